@@ -1,0 +1,41 @@
+# Front door of the build. Every target installs what it needs first
+# (scripts/install-deps is idempotent and quick when nothing is missing).
+BUILD   ?= build
+JOBS    ?= $(shell nproc)
+CMAKE_FLAGS ?=
+
+.PHONY: all deps configure test bench sanitize asan tsan fuzz demo models clean format
+
+all: configure
+	cmake --build $(BUILD) -j$(JOBS)
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
+
+test: all
+	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+bench: all
+	@set -e; for b in $(BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2; done
+
+# ASan+UBSan and TSan builds, each running the whole test suite.
+sanitize: asan tsan
+
+asan: deps
+	cmake -S . -B build-asan -DVELTO_SANITIZE=address -DVELTO_BUILD_BENCH=OFF
+	cmake --build build-asan -j$(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j$(JOBS)
+
+tsan: deps
+	cmake -S . -B build-tsan -DVELTO_SANITIZE=thread -DVELTO_BUILD_BENCH=OFF
+	cmake --build build-tsan -j$(JOBS)
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j$(JOBS)
+
+clean:
+	rm -rf $(BUILD) build-asan build-tsan build-fuzz
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
