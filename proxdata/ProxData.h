@@ -11,14 +11,18 @@ namespace velto {
 // Consumers mask the reading themselves; the word is stored unchanged.
 class ProxData {
 public:
-    static const uint32_t kValueMask = 0x3FFF;
-    static const uint32_t kFlagMask = 0x4000;
+    static constexpr uint32_t kValueMask = 0x3FFF;
+    static constexpr uint32_t kFlagMask = 0x4000;
+
+    // printf format of one sample as dumps and logs show it: time stamp,
+    // reading, flag character.
+    static constexpr const char* kDumpFormat = "%lld %d %c";
 
     // The absence of a sample: word 0xFFFFFFFF, time stamp -1.
     static const ProxData kInvalidInstance;
 
-    ProxData() : mData(0), mTimestampNanos(0) {}
-    ProxData(uint32_t data, int64_t timestampNanos) : mData(data), mTimestampNanos(timestampNanos) {}
+    constexpr ProxData() : mData(0), mTimestampNanos(0) {}
+    constexpr ProxData(uint32_t data, int64_t timestampNanos) : mData(data), mTimestampNanos(timestampNanos) {}
     ProxData(const ProxData& other) = default;
 
     ProxData& operator=(const ProxData& other) {
