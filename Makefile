@@ -39,3 +39,16 @@ clean:
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+# libFuzzer targets, each run for FUZZ_SECONDS (default 60) on a fresh corpus
+# seeded from fuzz/corpus/<target> when present.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -DVELTO_FUZZ=ON -DVELTO_BUILD_TESTS=OFF -DVELTO_BUILD_BENCH=OFF -DVELTO_WERROR=OFF
+	cmake --build build-fuzz -j$(JOBS)
+	@set -e; for f in build-fuzz/bin/fuzz_*; do \
+	  name=$$(basename $$f); dir=build-fuzz/corpus/$$name; mkdir -p $$dir; \
+	  seeds=""; [ -d fuzz/corpus/$$name ] && seeds=fuzz/corpus/$$name; \
+	  echo "== $$name ($(FUZZ_SECONDS) s)"; \
+	  $$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$dir $$seeds 2>&1 | tail -n 12; \
+	done
