@@ -50,5 +50,6 @@ fuzz: deps
 	  name=$$(basename $$f); dir=build-fuzz/corpus/$$name; mkdir -p $$dir; \
 	  seeds=""; [ -d fuzz/corpus/$$name ] && seeds=fuzz/corpus/$$name; \
 	  echo "== $$name ($(FUZZ_SECONDS) s)"; \
-	  $$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$dir $$seeds 2>&1 | tail -n 12; \
+	  st=0; $$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$dir $$seeds > $$dir.log 2>&1 || st=$$?; \
+	  tail -n 12 $$dir.log; [ $$st -eq 0 ] || { echo "$$name failed: see $$dir.log"; exit 1; }; \
 	done
