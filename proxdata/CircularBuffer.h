@@ -7,57 +7,63 @@
 namespace velto {
 
 // A ring of the last N values, newest at delay 0. The vector's storage is
-// reserved once at full capacity: add() and getAtDelay() never allocate and
-// reads return references into the storage. While fewer than N values were
-// added they sit in insertion order at indexes 0..size-1.
+// reserved once at full capacity and never given back before destruction:
+// add(), getAtDelay() and clear() never allocate, and reads return references
+// into the storage. While fewer than N values were added since construction or
+// the last clear, they sit in insertion order at indexes 0..size-1.
 template <typename T>
 class CircularBuffer : protected android::Vector<T> {
     typedef android::Vector<T> Base;
 
 public:
-    explicit CircularBuffer(unsigned int capacity) : mHead(-1), mInvalidValue() { Base::setCapacity(capacity); }
-    CircularBuffer(unsigned int capacity, const T& invalidValue) : mHead(-1), mInvalidValue(invalidValue) {
+    explicit CircularBuffer(unsigned int capacity) : mHead(-1), mCount(0), mInvalidValue() {
+        Base::setCapacity(capacity);
+    }
+    CircularBuffer(unsigned int capacity, const T& invalidValue)
+        : mHead(-1), mCount(0), mInvalidValue(invalidValue) {
         Base::setCapacity(capacity);
     }
     virtual ~CircularBuffer() {
         mHead = -1;
-        Base::setCapacity(0);
+        mCount = 0;
     }
 
     // A capacity of 0 is a programming error: the ring has nowhere to write.
     void add(const T& value) {
         const unsigned int n = capacity();
         mHead = static_cast<int32_t>((static_cast<unsigned int>(mHead) + 1u) % n);
-        if (Base::size() == n) {
+        // The vector only grows once; after that (and after a clear) elements
+        // are overwritten in place.
+        if (static_cast<unsigned int>(mHead) < Base::size()) {
             Base::editItemAt(mHead) = value;
         } else {
             Base::push_back(value);
         }
+        if (mCount < n) ++mCount;
     }
 
     // The value added `delay` additions ago, or the invalid value.
     const T& getAtDelay(unsigned int delay) const {
         const unsigned int n = capacity();
         if (mHead < 0 || n == 0) return mInvalidValue;
-        if (delay >= Base::size()) return mInvalidValue;
+        if (delay >= mCount) return mInvalidValue;
         return Base::itemAt((n + static_cast<unsigned int>(mHead) - delay) % n);
     }
 
-    unsigned int size() const { return static_cast<unsigned int>(Base::size()); }
+    unsigned int size() const { return mCount; }
     unsigned int capacity() const { return static_cast<unsigned int>(Base::capacity()); }
     bool isFull() const { return size() == capacity(); }
     const T& invalidValue() const { return mInvalidValue; }
 
-    // Empties the ring; the capacity stays what it was.
+    // Empties the ring; the capacity and the storage stay.
     void clear() {
-        const size_t n = Base::capacity();
         mHead = -1;
-        Base::clear();
-        Base::setCapacity(n);
+        mCount = 0;
     }
 
 protected:
     int32_t mHead;
+    unsigned int mCount;  // values held: grows to the capacity, reset by clear()
     T mInvalidValue;
 };
 

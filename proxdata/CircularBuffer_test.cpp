@@ -59,6 +59,12 @@ TEST(CircularBuffer, StorageIsNotMovedByAdds) {
         EXPECT_TRUE(p >= first && p < first + 66) << d;
     }
     EXPECT_EQ(-1, ring.getAtDelay(66).mTimestampNanos);
+
+    // A clear keeps the storage too: the next value lands where the first did.
+    ring.clear();
+    ring.add(ProxData(5, 5));
+    EXPECT_EQ(first, &ring.getAtDelay(0));
+    EXPECT_EQ(1u, ring.size());
 }
 
 TEST(CircularBuffer, CapacityOneKeepsOnlyTheNewest) {
