@@ -1,0 +1,128 @@
+#include "tools/signal/WearerProfile.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "tools/signal/Rng.h"
+
+namespace velto {
+namespace signal {
+
+namespace {
+
+struct Field {
+    const char* key;
+    double WearerProfile::*member;
+    double min;
+    double max;
+};
+
+// Names for scenarios and the header of recordings, with the range each field
+// may be set to.
+const Field kFields[] = {
+        {"baseline", &WearerProfile::wornBaseline, 0, 16383},
+        {"off-level", &WearerProfile::offHeadLevel, 0, 16383},
+        {"off-wander", &WearerProfile::offHeadWander, 0, 1000},
+        {"noise", &WearerProfile::noiseSd, 0, 1000},
+        {"spikes-per-hour", &WearerProfile::spikesPerHour, 0, 100000},
+        {"drift", &WearerProfile::driftSd, 0, 5000},
+        {"drift-tau", &WearerProfile::driftTauSec, 1, 100000},
+        {"blink-rate", &WearerProfile::blinkRatePerMin, 0, 120},
+        {"blink-ms", &WearerProfile::blinkMs, 20, 2000},
+        {"blink-amp", &WearerProfile::blinkAmplitude, 0, 16383},
+        {"long-blink-share", &WearerProfile::longBlinkShare, 0, 1},
+        {"half-blink-share", &WearerProfile::halfBlinkShare, 0, 1},
+        {"blink-pair-share", &WearerProfile::blinkPairShare, 0, 1},
+        {"wink-ms", &WearerProfile::winkMs, 20, 5000},
+        {"wink-amp", &WearerProfile::winkAmplitude, 0, 16383},
+        {"double-gap-ms", &WearerProfile::doubleBlinkGapMs, 0, 5000},
+        {"look-shift", &WearerProfile::lookShift, -16383, 16383},
+        {"look-ms", &WearerProfile::lookTransitionMs, 1, 5000},
+        {"head-motion-rate", &WearerProfile::headMotionPerMin, 0, 120},
+        {"head-motion-amp", &WearerProfile::headMotionAmplitude, 0, 16383},
+        {"slip-rate", &WearerProfile::slipsPerHour, 0, 3600},
+        {"slip-share", &WearerProfile::slipShare, 0, 1},
+        {"squint-rate", &WearerProfile::squintsPerMin, 0, 120},
+        {"wink-rate", &WearerProfile::winksPerMin, 0, 60},
+        {"double-blink-rate", &WearerProfile::doubleBlinksPerMin, 0, 60},
+        {"look-rate", &WearerProfile::looksPerMin, 0, 60},
+        {"look-dwell", &WearerProfile::lookDwellSec, 0.1, 3600},
+        {"doff-rate", &WearerProfile::doffsPerHour, 0, 3600},
+        {"clock-ppm", &WearerProfile::clockPpm, -2000, 2000},
+        {"jitter-ms", &WearerProfile::jitterMs, 0, 10},
+        {"sample-loss-per-hour", &WearerProfile::sampleLossPerHour, 0, 100000},
+};
+
+}  // namespace
+
+WearerProfile WearerProfile::draw(uint64_t seed) {
+    Rng rng(Rng::derive(seed, 0x57EA));
+    WearerProfile w;
+    // Baselines spread by ratio: the sensor's gain on a face varies with fit,
+    // skin and lashes far more than linearly.
+    w.wornBaseline = rng.logUniform(450, 2500);
+    w.offHeadLevel = rng.uniform(50, 350);
+    w.offHeadWander = rng.uniform(3, 20);
+    w.noiseSd = (2.0 + 0.004 * w.wornBaseline) * rng.uniform(0.7, 1.5);
+    w.spikesPerHour = rng.uniform(10, 100);
+    w.driftSd = w.wornBaseline * rng.uniform(0.015, 0.05);
+    w.driftTauSec = rng.uniform(60, 300);
+
+    w.blinkRatePerMin = rng.uniform(10, 25);
+    w.blinkMs = rng.uniform(150, 280);
+    w.blinkAmplitude = std::clamp(w.wornBaseline * rng.uniform(0.05, 0.12), 25.0, 260.0);
+    w.longBlinkShare = rng.uniform(0.05, 0.15);
+    w.halfBlinkShare = rng.uniform(0.1, 0.25);
+    w.blinkPairShare = rng.uniform(0.02, 0.08);
+
+    w.winkMs = rng.uniform(380, 620);
+    w.winkAmplitude = std::clamp(w.blinkAmplitude * rng.uniform(1.7, 2.6), 80.0, 850.0);
+    w.doubleBlinkGapMs = rng.uniform(80, 220);
+    // Looking up moves lid and lashes; for most fits the reading rises.
+    const double shift = rng.logUniform(30, 300);
+    w.lookShift = rng.chance(0.8) ? shift : -shift;
+    w.lookTransitionMs = rng.uniform(80, 250);
+
+    w.headMotionPerMin = rng.uniform(0.3, 1.5);
+    w.headMotionAmplitude = w.wornBaseline * rng.uniform(0.02, 0.08);
+    w.slipsPerHour = rng.uniform(1, 6);
+    w.slipShare = rng.uniform(0.03, 0.12);
+    w.squintsPerMin = rng.uniform(0.1, 0.4);
+
+    w.winksPerMin = rng.uniform(0.15, 0.5);
+    w.doubleBlinksPerMin = rng.uniform(0.15, 0.5);
+    w.looksPerMin = rng.uniform(0.5, 2.0);
+    w.lookDwellSec = rng.uniform(1.5, 5);
+    w.doffsPerHour = rng.uniform(1, 3);
+
+    w.clockPpm = rng.uniform(-150, 150);
+    w.jitterMs = rng.uniform(0.3, 1.2);
+    w.sampleLossPerHour = rng.uniform(0, 30);
+    return w;
+}
+
+bool WearerProfile::set(const std::string& key, double value) {
+    if (!std::isfinite(value)) return false;
+    for (const Field& f : kFields) {
+        if (key == f.key) {
+            if (value < f.min || value > f.max) return false;
+            this->*(f.member) = value;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string WearerProfile::describe() const {
+    std::string out;
+    char buf[64];
+    for (const Field& f : kFields) {
+        snprintf(buf, sizeof(buf), "%s%s=%.6g", out.empty() ? "" : " ", f.key, this->*(f.member));
+        out += buf;
+    }
+    return out;
+}
+
+}  // namespace signal
+}  // namespace velto
