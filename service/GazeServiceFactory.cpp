@@ -3,6 +3,7 @@
 
 #include "modules/GazeServiceModuleInterface.h"
 #include "sensor/ProximitySensorInterface.h"
+#include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
 
 namespace velto {
@@ -11,12 +12,16 @@ namespace {
 const char kTag[] = "GazeService";
 }
 
-// The hub driver and the gesture modules are linked in with their subsystems.
-bool GazeService::isHardwareAvailable() const { return false; }
+bool GazeService::isHardwareAvailable() const { return VeltohubProximitySensor::existsOnDevice(); }
 
 bool GazeService::initProxSensor_l() {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "Proximity hardware doesn't exist!  GazeService will be non-functional!");
-    return false;
+    mProxSensor = VeltohubProximitySensor::getInstance();
+    if (mProxSensor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Proximity hardware doesn't exist!  GazeService will be non-functional!");
+        return false;
+    }
+    return true;
 }
 
 GazeServiceModuleInterface* GazeService::createModuleForEyeGesture(const android::String8& /*serialNumber*/,

@@ -166,7 +166,9 @@ int Utils::writeStringToFile(const char* path, const android::String8& value, bo
         return -EINVAL;
     }
     android::String8 resolved = Paths::resolve(path);
-    int flags = O_WRONLY | O_CLOEXEC | (create ? (O_CREAT | O_TRUNC) : 0);
+    // Truncating, as a shell redirection does: an attribute ignores it, a plain
+    // file is left holding exactly the value.
+    int flags = O_WRONLY | O_TRUNC | O_CLOEXEC | (create ? O_CREAT : 0);
     int fd = open(resolved.string(), flags, 0664);
     if (fd < 0) return -errno;
     ssize_t n;

@@ -45,7 +45,7 @@ public:
     static int readFileContents(const char* path, bool logErrors, android::String8* out);
 
     // Writes `value` with one write() call, as a kernel attribute expects. The
-    // file must exist unless `create`; a created file is truncated first.
+    // file must exist unless `create`.
     // Returns 0, or a negative errno value.
     static int writeStringToFile(const char* path, const android::String8& value, bool create = false);
 

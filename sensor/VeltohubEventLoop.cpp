@@ -1,0 +1,239 @@
+// VeltohubProximitySensor: the event thread's loop, the interrupt handlers,
+// pause, streaming, the FIFO flush and the wake locks.
+#include <cutils/atomic.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <hardware_legacy/power.h>
+#include <log/log.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "sensor/VeltohubCommands.h"
+#include "sensor/VeltohubThread.h"
+#include "veltoutils/AutoWakeLock.h"
+#include "veltoutils/Paths.h"
+
+namespace velto {
+
+namespace {
+
+const char kTag[] = "GazeService:Veltohub";
+const char kThreadName[] = "GazeService::VeltohubProximitySensor::VeltohubThread";
+
+// Wake-ups that found the device ready while not streaming, in this process.
+std::atomic<long long> gNotStreamingReadyCount{0};
+
+// The delay before the thread's first turn; host builds may shorten it.
+unsigned int threadDelayMillis() {
+#ifdef __ANDROID__
+    return VeltohubProximitySensor::kThreadDelayMillis;
+#else
+    static const unsigned int delay = [] {
+        const char* env = getenv("VELTOGAZE_THREAD_DELAY_MS");
+        if (env == nullptr || env[0] == '\0') return VeltohubProximitySensor::kThreadDelayMillis;
+        char* end = nullptr;
+        unsigned long value = strtoul(env, &end, 10);
+        return (end != nullptr && *end == '\0') ? static_cast<unsigned int>(value)
+                                                : VeltohubProximitySensor::kThreadDelayMillis;
+    }();
+    return delay;
+#endif
+}
+
+}  // namespace
+
+void VeltohubProximitySensor::startThread_l() {
+    if (mThread != nullptr) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "VeltohubThread was already running!  Nothing to do.");
+        return;
+    }
+    mThread = new VeltohubThread(this, threadDelayMillis());
+    mThreadRunning.store(true);
+    if (mThread->run(kThreadName, android::PRIORITY_DEFAULT, 0) != android::NO_ERROR) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Got error when calling run() on VeltohubThread!");
+        mThread.clear();
+        mThreadRunning.store(false);
+    }
+}
+
+void VeltohubProximitySensor::stopThread() {
+    android::sp<VeltohubThread> thread;
+    {
+        android::Mutex::Autolock lock(mSensorLock);
+        thread = mThread;
+        if (thread == nullptr) return;
+        thread->requestExit();
+        queueControlSignal_l(INTERRUPT_THREAD);
+    }
+    thread->join();
+    android::Mutex::Autolock lock(mSensorLock);
+    mThread.clear();
+    mThreadRunning.store(false);
+}
+
+bool VeltohubProximitySensor::setupInterruptPollingStruct(struct pollfd* entry, const android::String8& node) {
+    android::String8 path = getFullPath(mSysfsDir, node);
+    entry->fd = open(path.string(), O_RDONLY | O_CLOEXEC);
+    if (entry->fd < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error opening the polling fd for %s.  Err=%d", path.string(), errno);
+        return false;
+    }
+    entry->events = POLLPRI | POLLERR;
+    entry->revents = 0;
+    return true;
+}
+
+bool VeltohubProximitySensor::setupPollingStructs() {
+    bool ok = setupInterruptPollingStruct(&mPollFds[1], android::String8("don_doff"));
+    ok = setupInterruptPollingStruct(&mPollFds[2], android::String8("wink")) && ok;
+    mPollFds[0].fd = mDataFd;
+    mPollFds[0].events = POLLIN;
+    mPollFds[0].revents = 0;
+    mPollFds[3].fd = mExecutionPipeFd;
+    mPollFds[3].events = POLLIN | POLLERR;
+    mPollFds[3].revents = 0;
+    return ok;
+}
+
+void VeltohubProximitySensor::closePollingStructs() {
+    for (int i = 0; i < 4; ++i) {
+        // The data device and the pipe are closed by their owners.
+        if (i == 0 || i == 3) {
+            mPollFds[i].fd = -1;
+            continue;
+        }
+        if (mPollFds[i].fd > 0) close(mPollFds[i].fd);
+        mPollFds[i].fd = -1;
+    }
+}
+
+bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
+    const bool streaming = android_atomic_acquire_load(&mStreaming) != 0;
+    struct pollfd* first = streaming ? &mPollFds[0] : &mPollFds[1];
+    const nfds_t count = streaming ? 4 : 3;
+    if (poll(first, count, -1) < 0) {
+        if (errno == EINTR) return true;
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Poll received an error: errno=%d", errno);
+        return false;
+    }
+    AutoWakeLock wakeLock(kEventWakeLockName, false);
+    processAllCommands();
+    for (int i = streaming ? 0 : 1; i < 4; ++i) {
+        if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;
+        switch (i) {
+            case 0:
+                handleProxDataInterrupt();
+                break;
+            case 1:
+                handleDonDoffInterrupt();
+                break;
+            case 2:
+                handleLowPowerWinkInterrupt();
+                break;
+            case 3:
+                if ((mPollFds[3].revents & POLLIN) != 0) {
+                    handleControlCommand(readControlSignal());
+                } else {
+                    __android_log_print(ANDROID_LOG_WARN, kTag, "Error on the control pipe?");
+                }
+                break;
+        }
+        mPollFds[i].revents = 0;
+    }
+    return true;
+}
+
+void VeltohubProximitySensor::handleProxDataInterrupt() {
+    if (android_atomic_acquire_load(&mStreaming) == 0) {
+        const long long before = gNotStreamingReadyCount.fetch_add(1);
+        if (before % 1000 == 0) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Read would block since not in passthrough!  Not calling read!  (count: %lld)", before + 1);
+        }
+        return;
+    }
+    // A failed read passes the zero sample on; listeners with a positive
+    // horizon skip it.
+    ProxData sample(0, 0);
+    readOnePacket(&sample);
+    mHistoryBuffer.add(sample);
+    dispatchProxData(sample);
+}
+
+void VeltohubProximitySensor::handleDonDoffInterrupt() {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Handle DON_DOFF interrupt!");
+    const bool donned = readDonDoffStateFromFile_l(mPollFds[1].fd);
+    mDonDoffState.store(donned);
+    setDonDoffStateAndCallListenersIfNeeded(donned);
+}
+
+void VeltohubProximitySensor::handleLowPowerWinkInterrupt() {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Handle LOW_POWER_WINK interrupt!");
+    char buffer[64];
+    memset(buffer, 0, sizeof(buffer));
+    lseek(mPollFds[2].fd, 0, SEEK_SET);
+    // Reading the attribute re-arms the kernel's notification on it.
+    if (read(mPollFds[2].fd, buffer, sizeof(buffer) - 1) > 0 && buffer[0] != '0') callLowPowerWinkListeners();
+}
+
+void VeltohubProximitySensor::startStreamingData() {
+    if (writeToSysfsFile(android::String8("passthru_enable"), android::String8("1"))) {
+        android_atomic_acquire_store(1, &mStreaming);
+    }
+    mPollFds[0].events = POLLIN | POLLERR;
+}
+
+void VeltohubProximitySensor::stopStreamingData() {
+    // The poll set changes before the hub is told, so no read follows a stop.
+    android_atomic_acquire_store(0, &mStreaming);
+    mPollFds[0].events = POLLERR;
+    writeToSysfsFile(android::String8("passthru_enable"), android::String8("0"));
+}
+
+bool VeltohubProximitySensor::isStreamingData() const {
+    return android_atomic_acquire_load(const_cast<volatile int32_t*>(&mStreaming)) != 0;
+}
+
+void VeltohubProximitySensor::executeFlushFifo() {
+    closeDataFile();
+    openDataFile();
+    mHistoryBuffer.clear();
+}
+
+void VeltohubProximitySensor::setPause(bool pause) {
+    android::Mutex::Autolock listenerLock(mListenerLock);
+    android::Mutex::Autolock lock(mSensorLock);
+    mUserPaused.store(pause);
+    if (pause) {
+        queueCommand_l(new PauseCommand(this, true));
+    } else {
+        updateProxSensorStatus_l();
+    }
+}
+
+TriStateBool VeltohubProximitySensor::isPaused() const { return Utils::toTriStateBool(mUserPaused.load()); }
+
+void VeltohubProximitySensor::setPauseInternal(bool pause) {
+    writeToSysfsFile(android::String8("pause"), android::String8(pause ? "1" : "0"));
+    if (readPauseState() != Utils::toTriStateBool(pause)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error setting pause state to %s", pause ? "true" : "false");
+    }
+}
+
+TriStateBool VeltohubProximitySensor::readPauseState() const {
+    android::String8 text;
+    if (!readInputSysfsRegisterFile(mSysfsDir.string(), "pause", &text)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Failed to read the pause sysfs file!");
+        return TRI_STATE_UNKNOWN;
+    }
+    return Utils::toTriStateBool(text.string()[0] == '1');
+}
+
+void VeltohubProximitySensor::incrementWakeLock_l() { acquire_wake_lock(PARTIAL_WAKE_LOCK, kDataWakeLockName); }
+
+void VeltohubProximitySensor::decrementWakeLock_l() { release_wake_lock(kDataWakeLockName); }
+
+}  // namespace velto

@@ -1,0 +1,118 @@
+// The sensor with its real event thread, fed through a FIFO that stands in for
+// the data device. This binary runs with VELTOGAZE_THREAD_DELAY_MS=0.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "sensor/VeltohubTestHub.h"
+#include "tests/harness/LogCapture.h"
+
+namespace velto {
+namespace {
+
+using test::PlainFileHub;
+
+struct Counter : public ProximitySensorInterface::ProxDataListener {
+    std::atomic<int> samples{0};
+    void onProxData(const ProxData&) override { samples.fetch_add(1); }
+};
+
+// On each sample it swaps itself for the next listener of its chain, from
+// inside its own callback.
+struct Swapper : public ProximitySensorInterface::ProxDataListener {
+    VeltohubProximitySensor* sensor = nullptr;
+    Swapper* next = nullptr;
+    std::atomic<int> samples{0};
+    void onProxData(const ProxData&) override {
+        samples.fetch_add(1);
+        sensor->removeProxDataListener(this);
+        if (next != nullptr) sensor->addProxDataListener(next, 0);
+    }
+};
+
+class FifoDevice {
+public:
+    FifoDevice() {
+        const std::string path = test::underRoot(VeltohubProximitySensor::kDataDevicePath);
+        test::makeDirs(path.substr(0, path.rfind('/')));
+        unlink(path.c_str());
+        mkfifo(path.c_str(), 0600);
+        // Opened read-write first, so the sensor's read-only open does not wait.
+        mFd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+        mFeeder = std::thread([this] {
+            uint64_t t = 6000000000ULL;
+            while (!mStop.load()) {
+                std::string packet = PlainFileHub::packet(t, 500);
+                if (write(mFd, packet.data(), packet.size()) == 10) t += 31250000;
+                usleep(500);
+            }
+        });
+    }
+    ~FifoDevice() {
+        mStop.store(true);
+        mFeeder.join();
+        close(mFd);
+    }
+
+private:
+    int mFd;
+    std::atomic<bool> mStop{false};
+    std::thread mFeeder;
+};
+
+TEST(VeltohubEventThread, ListenersChangingFromCallbacksAndClientsNeverDeadlock) {
+    PlainFileHub hub;
+    FifoDevice device;
+    VeltohubProximitySensor sensor;
+    ASSERT_TRUE(sensor.start());
+
+    const int kChain = 200;
+    std::vector<Swapper> chain(kChain);
+    for (int i = 0; i < kChain; ++i) {
+        chain[i].sensor = &sensor;
+        chain[i].next = i + 1 < kChain ? &chain[i + 1] : nullptr;
+    }
+    Counter steady;
+    auto run = std::async(std::launch::async, [&] {
+        sensor.addProxDataListener(&steady, 0);
+        sensor.addProxDataListener(&chain[0], 0);
+        std::vector<std::thread> clients;
+        for (int c = 0; c < 3; ++c) {
+            clients.emplace_back([&sensor] {
+                Counter mine;
+                for (int i = 0; i < 300; ++i) {
+                    sensor.addProxDataListener(&mine, i % 3 == 0 ? 100 : 0);
+                    sensor.removeProxDataListener(&mine);
+                    if (i % 50 == 0) sensor.flush();
+                }
+            });
+        }
+        for (std::thread& t : clients) t.join();
+        // The chain runs to its end, one link per sample.
+        while (chain[kChain - 1].samples.load() == 0) usleep(1000);
+    });
+    ASSERT_EQ(std::future_status::ready, run.wait_for(std::chrono::seconds(60))) << "deadlock";
+    EXPECT_GT(steady.samples.load(), kChain);
+    for (const Swapper& s : chain) EXPECT_GE(s.samples.load(), 1);
+
+    sensor.removeProxDataListener(&steady);
+    // Once the thread has run the queue, the hub is paused and not streaming.
+    for (int i = 0; i < 500 && PlainFileHub::get("passthru_enable") != "0"; ++i) usleep(2000);
+    EXPECT_EQ("0", PlainFileHub::get("passthru_enable"));
+    EXPECT_EQ("1", PlainFileHub::get("pause"));
+    // The plain file collects every name written; the data lock was released.
+    EXPECT_NE(std::string::npos, test::readFile(test::underRoot("/sys/power/wake_unlock")).find("Veltohub_ProxData_WakeLock"));
+    sensor.stop();
+    EXPECT_FALSE(sensor.isStarted());
+    EXPECT_FALSE(test::underRoot(VeltohubProximitySensor::kControlPipePath).empty());
+    EXPECT_NE(0, access(test::underRoot(VeltohubProximitySensor::kControlPipePath).c_str(), F_OK));
+}
+
+}  // namespace
+}  // namespace velto
