@@ -1,0 +1,174 @@
+#include "tools/hubsim/SimRoot.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace velto {
+namespace hubsim {
+
+namespace {
+
+const char* const kLinks[][2] = {
+        {SimRoot::kAttributeDir, "/4-0035"},
+        {"/dev/veltohub", "/veltohub"},
+        {"/sys/power/wake_lock", "/power/wake_lock"},
+        {"/sys/power/wake_unlock", "/power/wake_unlock"},
+};
+
+bool makeDirs(const std::string& path) {
+    std::string partial;
+    size_t pos = 0;
+    while (pos != std::string::npos) {
+        pos = path.find('/', pos + 1);
+        partial = path.substr(0, pos);
+        if (partial.empty()) continue;
+        if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
+    }
+    return true;
+}
+
+std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+bool copyFile(const std::string& from, const std::string& to) {
+    std::ifstream in(from, std::ios::binary);
+    std::ofstream out(to, std::ios::binary | std::ios::trunc);
+    if (!in || !out) return false;
+    out << in.rdbuf();
+    return static_cast<bool>(out);
+}
+
+// Copies the regular files of `from` (and its subdirectories) into `to`.
+bool copyTree(const std::string& from, const std::string& to) {
+    DIR* d = opendir(from.c_str());
+    if (d == nullptr) return errno == ENOENT;
+    bool ok = true;
+    while (dirent* e = readdir(d)) {
+        const std::string name = e->d_name;
+        // Build files of the directory are not detector files.
+        if (name[0] == '.' || name == "CMakeLists.txt") continue;
+        const std::string src = from + "/" + name;
+        const std::string dst = to + "/" + name;
+        struct stat st;
+        if (stat(src.c_str(), &st) != 0) continue;
+        if (S_ISDIR(st.st_mode)) {
+            ok = ok && (mkdir(dst.c_str(), 0755) == 0 || errno == EEXIST) && copyTree(src, dst);
+        } else if (S_ISREG(st.st_mode)) {
+            ok = ok && copyFile(src, dst);
+        }
+    }
+    closedir(d);
+    return ok;
+}
+
+// Undoes the octal escapes of /proc/self/mountinfo ("\040" for a blank).
+std::string unescape(const std::string& s) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\\' && i + 3 < s.size()) {
+            out.push_back(static_cast<char>(std::strtol(s.substr(i + 1, 3).c_str(), nullptr, 8)));
+            i += 3;
+        } else {
+            out.push_back(s[i]);
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+bool SimRoot::isMountPoint(const std::string& path) {
+    std::ifstream info("/proc/self/mountinfo");
+    std::string line;
+    while (std::getline(info, line)) {
+        // Fields: id, parent, major:minor, root, mount point, ...
+        size_t pos = 0;
+        for (int field = 0; field < 4 && pos != std::string::npos; ++field) pos = line.find(' ', pos + 1);
+        if (pos == std::string::npos) continue;
+        const size_t end = line.find(' ', pos + 1);
+        if (unescape(line.substr(pos + 1, end - pos - 1)) == path) return true;
+    }
+    return false;
+}
+
+bool SimRoot::claim(const std::string& root, std::string* absolute, std::string* error) {
+    if (root.empty()) {
+        *error = "the root must not be empty";
+        return false;
+    }
+    if (!makeDirs(root)) {
+        *error = "cannot create the root " + root + ": " + strerror(errno);
+        return false;
+    }
+    char real[PATH_MAX];
+    if (realpath(root.c_str(), real) == nullptr) {
+        *error = "cannot resolve the root " + root + ": " + strerror(errno);
+        return false;
+    }
+    *absolute = real;
+    if (isMountPoint(*absolute)) {
+        *error = "the root " + *absolute + " is already mounted";
+        return false;
+    }
+    DIR* d = opendir(real);
+    if (d == nullptr) {
+        *error = "the root " + *absolute + " is not a directory";
+        return false;
+    }
+    bool empty = true;
+    while (dirent* e = readdir(d)) {
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) empty = false;
+    }
+    closedir(d);
+    if (!empty) {
+        *error = "the root " + *absolute + " is not empty (already in use by another simulator?)";
+        return false;
+    }
+    if (mkdir(mountPoint(*absolute).c_str(), 0755) != 0) {
+        *error = "cannot create " + mountPoint(*absolute) + ": " + strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool SimRoot::populate(const std::string& root, const std::string& gazeEtc, const std::string& firmware,
+                       std::string* error) {
+    for (const char* dir : {"/data/system/gaze", "/system/etc/gaze", "/system/vendor/firmware"}) {
+        if (!makeDirs(root + dir)) {
+            *error = std::string("cannot create ") + root + dir + ": " + strerror(errno);
+            return false;
+        }
+    }
+    if (!copyTree(gazeEtc, root + "/system/etc/gaze")) {
+        *error = "cannot copy the detector files from " + gazeEtc;
+        return false;
+    }
+    if (!copyFile(firmware, root + "/system/vendor/firmware/veltohub.s19")) {
+        *error = "cannot copy the firmware image " + firmware;
+        return false;
+    }
+    const std::string mount = mountPoint(root);
+    for (const auto& link : kLinks) {
+        const std::string path = root + link[0];
+        if (!makeDirs(parentOf(path)) || symlink((mount + link[1]).c_str(), path.c_str()) != 0) {
+            *error = "cannot link " + path + ": " + strerror(errno);
+            return false;
+        }
+    }
+    return true;
+}
+
+void SimRoot::depopulate(const std::string& root) {
+    for (const auto& link : kLinks) unlink((root + link[0]).c_str());
+    rmdir(mountPoint(root).c_str());
+}
+
+}  // namespace hubsim
+}  // namespace velto

@@ -1,0 +1,39 @@
+#ifndef VELTO_HUBSIM_SIMROOT_H
+#define VELTO_HUBSIM_SIMROOT_H
+
+#include <string>
+
+namespace velto {
+namespace hubsim {
+
+// The directory that stands in for "/" for the library (VELTOGAZE_ROOT): the
+// simulator mounts its file system at ROOT/.veltohub and links the device
+// paths to it, and prepares the real directories the library reads and
+// writes.
+class SimRoot {
+public:
+    static constexpr const char* kAttributeDir = "/sys/devices/platform/omap_i2c.4/i2c-4/4-0035";
+
+    // Takes `root` for a simulator: creates it when missing; refuses one that
+    // is not empty or is a mount point. Sets `absolute` to its real path.
+    static bool claim(const std::string& root, std::string* absolute, std::string* error);
+    static std::string mountPoint(const std::string& absoluteRoot) { return absoluteRoot + "/.veltohub"; }
+    // Lays out the tree once the file system is mounted: directories, the
+    // detector files copied from `gazeEtc` (if it exists), the firmware image
+    // and the links into the mount.
+    static bool populate(const std::string& absoluteRoot, const std::string& gazeEtc,
+                         const std::string& firmware, std::string* error);
+    // Removes the links and the mount point (after unmounting); the files the
+    // library wrote stay.
+    static void depopulate(const std::string& absoluteRoot);
+    // Whether `path` is a mount point of this process's mount namespace.
+    static bool isMountPoint(const std::string& absolutePath);
+
+private:
+    SimRoot() = delete;
+};
+
+}  // namespace hubsim
+}  // namespace velto
+
+#endif  // VELTO_HUBSIM_SIMROOT_H

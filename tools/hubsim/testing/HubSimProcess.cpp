@@ -1,0 +1,204 @@
+#include "tools/hubsim/testing/HubSimProcess.h"
+
+#include <fcntl.h>
+#include <ftw.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tools/hubsim/SimRoot.h"
+
+namespace velto {
+namespace hubsim {
+
+namespace {
+
+int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return remove(path); }
+
+bool writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::trunc);
+    out << text;
+    return static_cast<bool>(out);
+}
+
+// Waits for `fd` to become readable, at most `ms`.
+bool waitReadable(int fd, int ms) {
+    pollfd p = {fd, POLLIN, 0};
+    int r;
+    do {
+        r = poll(&p, 1, ms);
+    } while (r < 0 && errno == EINTR);
+    return r > 0;
+}
+
+}  // namespace
+
+std::string HubSimProcess::binary() { return VELTO_HUBSIM_BINARY; }
+
+HubSimProcess::~HubSimProcess() {
+    stop();
+    if (!mDir.empty() && getenv("VELTO_KEEP_ROOT") == nullptr) {
+        nftw(mDir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+    }
+}
+
+std::string HubSimProcess::errorOutput() const {
+    std::ifstream in(mStderr);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+bool HubSimProcess::mounted() const {
+    return !mRoot.empty() && SimRoot::isMountPoint(SimRoot::mountPoint(mRoot));
+}
+
+bool HubSimProcess::start(const Options& o, std::string* error) {
+    if (running()) {
+        *error = "already running";
+        return false;
+    }
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern = std::string(tmp != nullptr ? tmp : "/tmp") + "/veltohub-sim-XXXXXX";
+    if (mkdtemp(&pattern[0]) == nullptr) {
+        *error = std::string("mkdtemp: ") + strerror(errno);
+        return false;
+    }
+    char real[PATH_MAX];
+    mDir = realpath(pattern.c_str(), real) != nullptr ? real : pattern;
+    mRoot = mDir + "/root";
+    mSocket = mDir + "/control.sock";
+    mLabels = o.labels ? mDir + "/labels.txt" : "";
+    mStderr = mDir + "/stderr.txt";
+
+    std::vector<std::string> args = {binary(), "--root", mRoot, "--control", mSocket,
+                                     "--speed", std::to_string(o.speed)};
+    if (!o.scenarioFile.empty()) {
+        args.insert(args.end(), {"--scenario", o.scenarioFile});
+    } else if (!o.scenario.empty()) {
+        const std::string file = mDir + "/scenario.txt";
+        if (!writeText(file, o.scenario)) {
+            *error = "cannot write " + file;
+            return false;
+        }
+        args.insert(args.end(), {"--scenario", file});
+    }
+    if (!o.replayFile.empty()) args.insert(args.end(), {"--replay", o.replayFile});
+    if (o.labels) args.insert(args.end(), {"--labels", mLabels});
+    args.insert(args.end(), o.extraArgs.begin(), o.extraArgs.end());
+
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) {
+        *error = std::string("pipe: ") + strerror(errno);
+        return false;
+    }
+    args.insert(args.end(), {"--ready-fd", std::to_string(ready[1])});
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+
+    const pid_t pid = fork();
+    if (pid < 0) {
+        *error = std::string("fork: ") + strerror(errno);
+        close(ready[0]);
+        close(ready[1]);
+        return false;
+    }
+    if (pid == 0) {
+        // Only async-signal-safe calls between fork and exec.
+        const int err = open(mStderr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (err >= 0) dup2(err, 2);
+        fcntl(ready[1], F_SETFD, 0);  // the ready pipe survives exec
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    close(ready[1]);
+    mPid = pid;
+    char buf[16] = {0};
+    const bool gotReady = waitReadable(ready[0], o.readyTimeoutMs) && read(ready[0], buf, sizeof(buf) - 1) > 0;
+    close(ready[0]);
+    if (!gotReady || strncmp(buf, "ready", 5) != 0) {
+        std::string ignored;
+        stop(&ignored);
+        *error = "veltohub-sim did not come up: " + errorOutput();
+        return false;
+    }
+    return true;
+}
+
+std::string HubSimProcess::command(const std::string& line) {
+    if (mControl < 0) {
+        sockaddr_un addr;
+        memset(&addr, 0, sizeof(addr));
+        addr.sun_family = AF_UNIX;
+        strncpy(addr.sun_path, mSocket.c_str(), sizeof(addr.sun_path) - 1);
+        mControl = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (mControl < 0 || connect(mControl, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+            if (mControl >= 0) close(mControl);
+            mControl = -1;
+            return "ERR cannot connect to " + mSocket;
+        }
+    }
+    const std::string out = line + "\n";
+    if (send(mControl, out.data(), out.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(out.size())) {
+        return "ERR send failed";
+    }
+    std::string reply;
+    char c;
+    while (waitReadable(mControl, 10000) && recv(mControl, &c, 1, 0) == 1) {
+        if (c == '\n') return reply;
+        reply.push_back(c);
+    }
+    close(mControl);
+    mControl = -1;
+    return "ERR no reply";
+}
+
+bool HubSimProcess::stop(std::string* error) {
+    if (mControl >= 0) {
+        close(mControl);
+        mControl = -1;
+    }
+    if (mPid <= 0) return true;
+    kill(mPid, SIGTERM);
+    int status = 0;
+    bool exited = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        const pid_t r = waitpid(mPid, &status, WNOHANG);
+        if (r == mPid || (r < 0 && errno == ECHILD)) {
+            exited = r == mPid;
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    bool clean = exited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!exited) {
+        kill(mPid, SIGKILL);
+        waitpid(mPid, &status, 0);
+    }
+    mPid = -1;
+    // With auto_unmount the mount goes even after a kill, a moment later.
+    for (int i = 0; i < 200 && mounted(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (mounted()) clean = false;
+    if (!clean && error != nullptr) {
+        *error = std::string(exited ? "" : "had to be killed; ") + (mounted() ? "still mounted; " : "") +
+                 "status " + std::to_string(status) + "; " + errorOutput();
+    }
+    return clean;
+}
+
+}  // namespace hubsim
+}  // namespace velto

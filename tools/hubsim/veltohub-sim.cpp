@@ -1,0 +1,229 @@
+// veltohub-sim: a simulated sensor hub that the library runs against
+// unmodified. See docs/hubsim.md.
+//
+//   veltohub-sim --root DIR [--scenario FILE | --replay LOG] [--speed X]
+//                [--control SOCKET] [--labels OUT]
+//
+// Exit status: 0 after a clean shutdown, 1 when the root cannot be used or the
+// mount fails, 2 for bad input (the scenario, the recording, its labels or the
+// firmware image); nothing is mounted in either failure case.
+#include <limits.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "tools/hubsim/ControlServer.h"
+#include "tools/hubsim/HubFileSystem.h"
+#include "tools/hubsim/SimRoot.h"
+#include "tools/signal/LabelFile.h"
+#include "tools/signal/Recording.h"
+
+using namespace velto;
+using namespace velto::hubsim;
+
+namespace {
+
+bool readFile(const std::string& path, std::string* text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    std::ostringstream s;
+    s << in.rdbuf();
+    *text = s.str();
+    return true;
+}
+
+bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+
+std::string executableDir() {
+    char buf[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
+    if (n <= 0) return ".";
+    buf[n] = 0;
+    std::string p(buf);
+    return p.substr(0, p.rfind('/'));
+}
+
+// Bad input: one message naming the file and line, status 2.
+int badInput(const std::string& file, int line, const std::string& message) {
+    if (line > 0) {
+        fprintf(stderr, "veltohub-sim: %s:%d: %s\n", file.c_str(), line, message.c_str());
+    } else {
+        fprintf(stderr, "veltohub-sim: %s: %s\n", file.c_str(), message.c_str());
+    }
+    return 2;
+}
+
+// Runs `fn` on a new thread that does not take the termination signals, so
+// they reach libfuse's threads, whose handlers end the session loop.
+std::thread quietThread(std::function<void()> fn) {
+    sigset_t block, old;
+    sigemptyset(&block);
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&block, s);
+    pthread_sigmask(SIG_BLOCK, &block, &old);
+    std::thread t(std::move(fn));
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return t;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Never outlive the process that started us (tests, scripts).
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+
+    CLI::App app{"Simulated Veltohub sensor hub (FUSE)."};
+    std::string root, scenarioFile, replayFile, controlPath, labelsPath;
+    std::string firmwarePath, gazeEtc = VELTO_HUBSIM_GAZE_ETC;
+    double speed = 1.0;
+    int readyFd = -1;
+    bool verbose = false;
+    app.add_option("--root", root, "Directory that stands in for / (empty or missing)")->required();
+    auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Scenario file");
+    app.add_option("--replay", replayFile, "Raw-data log to replay")->excludes(scenarioOpt);
+    app.add_option("--speed", speed, "Hub clock rate relative to the wall clock")
+            ->check(CLI::Range(0.001, 100000.0));
+    app.add_option("--control", controlPath, "Unix socket for control commands");
+    app.add_option("--labels", labelsPath, "Write the ground-truth labels here");
+    app.add_option("--firmware", firmwarePath, "Firmware image to ship (default: the build's)");
+    app.add_option("--gaze-etc", gazeEtc, "Directory of detector files to copy to system/etc/gaze");
+    app.add_option("--ready-fd", readyFd, "Write \"ready\" to this descriptor once mounted");
+    app.add_flag("-v,--verbose", verbose, "Say what is happening");
+    CLI11_PARSE(app, argc, argv);
+
+    // All input is read and checked before anything is created or mounted.
+    if (firmwarePath.empty()) {
+        firmwarePath = executableDir() + "/../etc/veltohub.s19";
+        if (!exists(firmwarePath)) firmwarePath = VELTO_HUBSIM_FIRMWARE;
+    }
+    std::string text;
+    FirmwareImage image;
+    int badLine = 0;
+    if (!readFile(firmwarePath, &text)) return badInput(firmwarePath, 0, "cannot read the firmware image");
+    if (!FirmwareImage::fromText(text, &image, &badLine)) return badInput(firmwarePath, badLine, "bad S-record");
+
+    Scenario scenario;
+    signal::ParseError perr;
+    if (!scenarioFile.empty()) {
+        if (!readFile(scenarioFile, &text)) return badInput(scenarioFile, 0, "cannot read the scenario");
+        if (!ScenarioParser::parse(text, &scenario, &perr)) return badInput(scenarioFile, perr.line, perr.message);
+    } else {
+        // Without a scenario: a wearer whose readings suit the hub's default
+        // thresholds, wearing the device.
+        scenario.wearer.emplace_back("baseline", 1000);
+    }
+    std::unique_ptr<Simulation> sim;
+    if (!replayFile.empty()) {
+        std::vector<signal::RecordedSample> samples;
+        std::vector<signal::Label> labels;
+        if (!readFile(replayFile, &text)) return badInput(replayFile, 0, "cannot read the recording");
+        if (!signal::Recording::parse(text, &samples, nullptr, &perr)) {
+            return badInput(replayFile, perr.line, perr.message);
+        }
+        const std::string base = replayFile.size() > 4 && replayFile.substr(replayFile.size() - 4) == ".txt"
+                                         ? replayFile.substr(0, replayFile.size() - 4)
+                                         : replayFile;
+        const std::string labelsFile = base + ".labels";
+        if (readFile(labelsFile, &text) && !signal::LabelFile::parse(text, &labels, &perr)) {
+            return badInput(labelsFile, perr.line, perr.message);
+        }
+        sim = std::make_unique<Simulation>(scenario, image, std::move(samples), std::move(labels));
+    } else {
+        sim = std::make_unique<Simulation>(scenario, image);
+    }
+
+    FILE* labelsOut = nullptr;
+    if (!labelsPath.empty()) {
+        labelsOut = fopen(labelsPath.c_str(), "w");
+        if (labelsOut == nullptr) {
+            fprintf(stderr, "veltohub-sim: cannot write %s\n", labelsPath.c_str());
+            return 1;
+        }
+        fputs("# Ground truth of veltohub-sim: START_NS END_NS NAME in hub time\n", labelsOut);
+        fflush(labelsOut);
+    }
+
+    std::string absRoot, error;
+    if (!SimRoot::claim(root, &absRoot, &error)) {
+        fprintf(stderr, "veltohub-sim: %s\n", error.c_str());
+        if (labelsOut != nullptr) fclose(labelsOut);
+        return 1;
+    }
+    const std::string mountPoint = SimRoot::mountPoint(absRoot);
+
+    HubFileSystem fs(std::move(sim), speed, labelsOut);
+    // auto_unmount: a helper unmounts even if this process is killed.
+    const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
+    fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(fuseArgv));
+    fuse_session* se = fuse_session_new(&args, HubFileSystem::operations(), sizeof(fuse_lowlevel_ops), &fs);
+    if (se == nullptr || fuse_set_signal_handlers(se) != 0 || fuse_session_mount(se, mountPoint.c_str()) != 0) {
+        fprintf(stderr, "veltohub-sim: cannot mount the hub file system at %s\n", mountPoint.c_str());
+        if (se != nullptr) {
+            fuse_remove_signal_handlers(se);
+            fuse_session_destroy(se);
+        }
+        SimRoot::depopulate(absRoot);
+        if (labelsOut != nullptr) fclose(labelsOut);
+        return 1;
+    }
+    fs.setSession(se);
+
+    ControlServer control;
+    bool ok = SimRoot::populate(absRoot, gazeEtc, firmwarePath, &error);
+    if (ok && !controlPath.empty()) {
+        ok = control.start(controlPath, [&fs](const std::string& line) { return fs.control(line); }, &error);
+    }
+    std::atomic<bool> stopping{false};
+    std::mutex tickLock;
+    std::condition_variable tickWake;
+    std::thread ticker;
+    if (ok) {
+        ticker = quietThread([&] {
+            bool quitSent = false;
+            std::unique_lock<std::mutex> l(tickLock);
+            while (!stopping) {
+                fs.tick();
+                if (!quitSent && fs.quitRequested()) {
+                    quitSent = true;
+                    kill(getpid(), SIGTERM);
+                }
+                tickWake.wait_for(l, fs.untilNextDue());
+            }
+        });
+        if (readyFd >= 0) {
+            if (write(readyFd, "ready\n", 6) != 6 && verbose) fprintf(stderr, "veltohub-sim: ready-fd write failed\n");
+            close(readyFd);
+        }
+        if (verbose) fprintf(stderr, "veltohub-sim: ready, hub mounted at %s\n", mountPoint.c_str());
+        fuse_loop_config* cfg = fuse_loop_cfg_create();
+        fuse_loop_cfg_set_max_threads(cfg, 16);
+        fuse_loop_cfg_set_idle_threads(cfg, 4);
+        fuse_session_loop_mt(se, cfg);
+        fuse_loop_cfg_destroy(cfg);
+    } else {
+        fprintf(stderr, "veltohub-sim: %s\n", error.c_str());
+    }
+
+    stopping = true;
+    tickWake.notify_all();
+    if (ticker.joinable()) ticker.join();
+    control.stop();
+    fs.tick();  // labels finished by now
+    fs.shutdown();
+    fuse_remove_signal_handlers(se);
+    fuse_session_unmount(se);
+    fuse_session_destroy(se);
+    SimRoot::depopulate(absRoot);
+    if (labelsOut != nullptr) fclose(labelsOut);
+    if (verbose) fprintf(stderr, "veltohub-sim: unmounted %s\n", mountPoint.c_str());
+    return ok ? 0 : 1;
+}

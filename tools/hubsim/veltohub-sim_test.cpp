@@ -1,0 +1,319 @@
+// End-to-end tests of veltohub-sim: the simulator runs as a child process
+// and this test process uses its files the way the library does.
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tools/hubsim/SimRoot.h"
+#include "tools/hubsim/testing/HubSimProcess.h"
+#include "tools/signal/LabelFile.h"
+
+namespace velto {
+namespace hubsim {
+namespace {
+
+const char* kAttrs = "/sys/devices/platform/omap_i2c.4/i2c-4/4-0035/";
+
+std::string scenarioDir() {
+    const char* d = getenv("VELTO_HUBSIM_SCENARIOS");
+    return d != nullptr ? d : "tools/hubsim/scenarios";
+}
+
+struct Attr {
+    std::string path;
+    std::string read() const {
+        const int fd = open(path.c_str(), O_RDONLY);
+        if (fd < 0) return "open failed: " + std::string(strerror(errno));
+        char buf[64];
+        const ssize_t n = ::read(fd, buf, sizeof(buf));
+        close(fd);
+        return n < 0 ? "read failed" : std::string(buf, static_cast<size_t>(n));
+    }
+    // 0 or the errno of the failing open or write.
+    int write(const std::string& value) const {
+        const int fd = open(path.c_str(), O_WRONLY);
+        if (fd < 0) return errno;
+        const ssize_t n = ::write(fd, value.data(), value.size());
+        const int err = n < 0 ? errno : 0;
+        close(fd);
+        return err;
+    }
+};
+
+Attr attr(const HubSimProcess& sim, const char* name) { return {sim.root() + kAttrs + name}; }
+
+struct Packet {
+    uint64_t ts;
+    uint16_t value;
+};
+
+std::vector<Packet> decode(const uint8_t* b, ssize_t n) {
+    std::vector<Packet> out;
+    for (ssize_t i = 0; i + 10 <= n; i += 10) {
+        uint64_t ts = 0;
+        for (int k = 7; k >= 0; --k) ts = (ts << 8) | b[i + k];
+        out.push_back({ts, static_cast<uint16_t>(b[i + 8] | (b[i + 9] << 8))});
+    }
+    return out;
+}
+
+TEST(VeltohubSimTest, StartsFastAndStreamsPacketsAtThirtyTwoHertzOfHubTime) {
+    HubSimProcess sim;
+    std::string error;
+    HubSimProcess::Options o;
+    o.scenarioFile = scenarioDir() + "/don-then-doff.txt";
+    o.speed = 8;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(sim.start(o, &error)) << error;
+    const double startMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+    EXPECT_LT(startMs, 1000);
+    EXPECT_TRUE(sim.mounted());
+
+    // The prepared tree beside the mount.
+    EXPECT_EQ(access((sim.root() + "/system/vendor/firmware/veltohub.s19").c_str(), R_OK), 0);
+    EXPECT_EQ(access((sim.root() + "/data/system/gaze").c_str(), W_OK), 0);
+    EXPECT_EQ(access((sim.root() + "/system/etc/gaze").c_str(), R_OK), 0);
+    EXPECT_EQ(attr(sim, "version").read(), "4.2\n");
+
+    const int fd = open((sim.root() + "/dev/veltohub").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(attr(sim, "pause").write("0"), 0);
+    ASSERT_EQ(attr(sim, "passthru_enable").write("1\n"), 0);
+    std::vector<Packet> packets;
+    uint8_t buf[640];
+    while (packets.size() < 40) {
+        const ssize_t n = read(fd, buf, sizeof(buf));
+        ASSERT_GT(n, 0);
+        ASSERT_EQ(n % 10, 0) << "only whole packets";
+        for (const Packet& p : decode(buf, n)) packets.push_back(p);
+    }
+    close(fd);
+    double sum = 0;
+    for (size_t i = 1; i < packets.size(); ++i) {
+        const double step = static_cast<double>(packets[i].ts - packets[i - 1].ts) / 1e6;
+        EXPECT_GT(step, 25) << i;
+        EXPECT_LT(step, 38) << i;
+        sum += step;
+    }
+    EXPECT_NEAR(sum / (packets.size() - 1), 31.25, 0.5);
+    const long long hubNow = std::stoll(attr(sim, "current_timestamp").read());
+    EXPECT_GE(hubNow, static_cast<long long>(packets.back().ts));
+    EXPECT_LT(hubNow, static_cast<long long>(packets.back().ts) + 2000000000LL);
+
+    const std::string stats = sim.command("stats");
+    EXPECT_NE(stats.find("delivered="), std::string::npos) << stats;
+    std::string stopError;
+    EXPECT_TRUE(sim.stop(&stopError)) << stopError;
+    EXPECT_FALSE(sim.mounted());
+}
+
+TEST(VeltohubSimTest, AttributesBehaveLikeSysfsFiles) {
+    HubSimProcess sim;
+    std::string error;
+    ASSERT_TRUE(sim.start({}, &error)) << error;
+    EXPECT_EQ(attr(sim, "don_threshold").write("612"), 0);
+    EXPECT_EQ(attr(sim, "don_threshold").read(), "612\n");
+    EXPECT_EQ(attr(sim, "don_threshold").write("six"), EINVAL);
+    EXPECT_EQ(attr(sim, "current_timestamp").write("1"), EACCES);
+    EXPECT_EQ(sim.command("writes don_threshold"), "OK 612 six");
+
+    // fopen("w") truncates first; the value still arrives whole.
+    {
+        std::ofstream out(sim.root() + kAttrs + "wink_max");
+        out << "500\n";
+    }
+    EXPECT_EQ(attr(sim, "wink_max").read(), "500\n");
+
+    // A kept descriptor reads fresh content after lseek(0).
+    const int fd = open((sim.root() + kAttrs + "current_timestamp").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    char a[32] = {0}, b[32] = {0};
+    ASSERT_GT(read(fd, a, sizeof(a) - 1), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
+    ASSERT_GT(read(fd, b, sizeof(b) - 1), 0);
+    close(fd);
+    EXPECT_GT(std::stoll(b), std::stoll(a));
+
+    // Faults from the control socket.
+    EXPECT_EQ(sim.command("fault eio pause 1"), "OK");
+    EXPECT_EQ(attr(sim, "pause").read(), "read failed");
+    EXPECT_EQ(attr(sim, "pause").read(), "1\n");
+
+    // Wake locks with the kernel's semantics.
+    Attr lock{sim.root() + "/sys/power/wake_lock"}, unlock{sim.root() + "/sys/power/wake_unlock"};
+    EXPECT_EQ(lock.write("Veltohub_ProxData_WakeLock"), 0);
+    EXPECT_EQ(lock.write("second"), 0);
+    EXPECT_EQ(lock.read(), "Veltohub_ProxData_WakeLock second\n");
+    EXPECT_EQ(unlock.write("second"), 0);
+    EXPECT_EQ(sim.command("wakelocks"), "OK Veltohub_ProxData_WakeLock");
+    EXPECT_EQ(unlock.write("never-taken"), EINVAL);
+}
+
+TEST(VeltohubSimTest, PollWakesOnDonDoffInterruptAndReadRearms) {
+    HubSimProcess sim;
+    std::string error;
+    HubSimProcess::Options o;
+    o.scenario = "wearer baseline 1000\nwearer off-level 150\nstart off\nspontaneous off\n";
+    o.speed = 4;
+    ASSERT_TRUE(sim.start(o, &error)) << error;
+    ASSERT_EQ(attr(sim, "pause").write("0"), 0);
+    ASSERT_EQ(attr(sim, "don_doff_enable").write("1"), 0);
+
+    const int fd = open((sim.root() + kAttrs + "don_doff").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    char buf[64];
+    ASSERT_EQ(read(fd, buf, sizeof(buf)), 2);
+    EXPECT_EQ(std::string(buf, 2), "0\n");
+    pollfd p = {fd, POLLPRI | POLLERR, 0};
+    EXPECT_EQ(poll(&p, 1, 300), 0) << "nothing happened yet";
+
+    EXPECT_EQ(sim.command("don").substr(0, 3), "OK ");
+    p.revents = 0;
+    ASSERT_EQ(poll(&p, 1, 5000), 1);
+    EXPECT_EQ(p.revents & (POLLPRI | POLLERR), POLLPRI | POLLERR);
+    ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
+    ASSERT_EQ(read(fd, buf, sizeof(buf)), 2);
+    EXPECT_EQ(std::string(buf, 2), "1\n");
+    // The read re-armed it: no new event, no wake-up.
+    p.revents = 0;
+    EXPECT_EQ(poll(&p, 1, 200), 0);
+    close(fd);
+
+    // The label of the don, in hub time, is in the labels file.
+    sim.command("doff");
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    std::ifstream in(sim.labelsPath());
+    std::stringstream text;
+    text << in.rdbuf();
+    std::vector<signal::Label> labels;
+    signal::ParseError perr;
+    ASSERT_TRUE(signal::LabelFile::parse(text.str(), &labels, &perr)) << perr.message;
+    ASSERT_GE(labels.size(), 1u);
+    EXPECT_EQ(labels[0].kind, signal::LabelKind::Don);
+}
+
+TEST(VeltohubSimTest, BlockingReadWaitsForDataAndGivesWayToASignal) {
+    HubSimProcess sim;
+    std::string error;
+    ASSERT_TRUE(sim.start({}, &error)) << error;
+    const int fd = open((sim.root() + "/dev/veltohub").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    pollfd p = {fd, POLLIN, 0};
+    EXPECT_EQ(poll(&p, 1, 100), 0) << "not streaming: nothing to read";
+
+    struct sigaction sa;
+    memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &sa, nullptr);  // no SA_RESTART: the read returns
+    ssize_t result = 1;
+    int err = 0;
+    std::thread reader([&] {
+        uint8_t buf[640];
+        result = read(fd, buf, sizeof(buf));
+        err = errno;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    pthread_kill(reader.native_handle(), SIGUSR1);
+    reader.join();
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(err, EINTR);
+
+    // Streaming on: poll turns readable and a read returns whole packets.
+    attr(sim, "pause").write("0");
+    attr(sim, "passthru_enable").write("1");
+    p.revents = 0;
+    ASSERT_EQ(poll(&p, 1, 2000), 1);
+    EXPECT_TRUE(p.revents & POLLIN);
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    uint8_t buf[25];
+    EXPECT_EQ(read(fd, buf, sizeof(buf)), 20) << "as many whole packets as fit";
+    close(fd);
+}
+
+TEST(VeltohubSimTest, RefusesBadInputAndBusyRootsWithoutMounting) {
+    auto run = [](const std::vector<std::string>& args, std::string* err) {
+        std::string errFile = "/tmp/veltohub-sim-test-" + std::to_string(getpid()) + ".err";
+        std::string cmd = HubSimProcess::binary();
+        for (const std::string& a : args) cmd += " '" + a + "'";
+        const int status = system((cmd + " 2>" + errFile).c_str());
+        std::ifstream in(errFile);
+        std::stringstream s;
+        s << in.rdbuf();
+        *err = s.str();
+        unlink(errFile.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    char dir[] = "/tmp/veltohub-sim-bad-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string base = dir;
+    const std::string scenario = base + "/bad.txt";
+    std::ofstream(scenario) << "seed 1\nat 2s wink\nat 3s sneeze\n";
+    std::string err;
+    EXPECT_EQ(run({"--root", base + "/r1", "--scenario", scenario}, &err), 2);
+    EXPECT_NE(err.find(scenario + ":3: unknown action 'sneeze'"), std::string::npos) << err;
+    EXPECT_NE(access((base + "/r1").c_str(), F_OK), 0) << "nothing created";
+
+    const std::string log = base + "/rec.txt";
+    std::ofstream(log) << "# header\n1000 500 0\n2000 99999 0\n";
+    EXPECT_EQ(run({"--root", base + "/r2", "--replay", log}, &err), 2);
+    EXPECT_NE(err.find(log + ":3:"), std::string::npos) << err;
+
+    mkdir((base + "/busy").c_str(), 0755);
+    std::ofstream(base + "/busy/file") << "x";
+    EXPECT_EQ(run({"--root", base + "/busy"}, &err), 1);
+    EXPECT_NE(err.find("is not empty"), std::string::npos) << err;
+    EXPECT_FALSE(SimRoot::isMountPoint(base + "/busy/.veltohub"));
+    system(("rm -rf '" + base + "'").c_str());
+
+    // A root whose simulator is killed outright is unmounted all the same.
+    HubSimProcess sim;
+    ASSERT_TRUE(sim.start({}, &err)) << err;
+    ASSERT_TRUE(sim.mounted());
+    kill(sim.pid(), SIGKILL);
+    bool gone = false;
+    for (int i = 0; i < 400 && !gone; ++i) {
+        gone = !sim.mounted();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(gone);
+}
+
+TEST(VeltohubSimTest, EveryShippedScenarioRunsAndQuitEndsTheSimulator) {
+    DIR* d = opendir(scenarioDir().c_str());
+    ASSERT_NE(d, nullptr) << scenarioDir();
+    std::vector<std::string> files;
+    while (dirent* e = readdir(d)) {
+        const std::string n = e->d_name;
+        if (n.size() > 4 && n.substr(n.size() - 4) == ".txt") files.push_back(scenarioDir() + "/" + n);
+    }
+    closedir(d);
+    EXPECT_GE(files.size(), 5u);
+    for (const std::string& f : files) {
+        HubSimProcess sim;
+        std::string error;
+        HubSimProcess::Options o;
+        o.scenarioFile = f;
+        o.speed = 8;
+        ASSERT_TRUE(sim.start(o, &error)) << f << ": " << error;
+        EXPECT_EQ(sim.command("ping"), "OK pong") << f;
+        EXPECT_EQ(sim.command("quit"), "OK") << f;
+        std::string stopError;
+        EXPECT_TRUE(sim.stop(&stopError)) << f << ": " << stopError;
+    }
+}
+
+}  // namespace
+}  // namespace hubsim
+}  // namespace velto
