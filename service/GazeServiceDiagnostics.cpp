@@ -7,6 +7,7 @@
 #include "proxdata/ProxDataLogger.h"
 #include "sensor/ProximitySensorInterface.h"
 #include "service/GazeService.h"
+#include "veltoutils/DumpLock.h"
 #include "veltoutils/Utils.h"
 
 namespace velto {
@@ -73,11 +74,7 @@ bool GazeService::writeHeaderToLog() {
 }
 
 void GazeService::dump(android::String8& out) {
-    const bool locked = mLock.tryLock() == android::NO_ERROR;
-    if (!locked) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "WARNING: dump() failed to acquire lock -- output may be an inconsistent view.");
-    }
+    DumpLock lock(mLock, kTag);
     out.append(kNewline);
     out.appendFormat("GazeService version %s\n", kVersion.string());
     out.appendFormat("Proximity sensor exists = %s\n", isHardwareAvailable() ? "TRUE" : "FALSE");
@@ -101,7 +98,6 @@ void GazeService::dump(android::String8& out) {
         out.append(kNewline);
     }
     out.append("... end dumping GazeServiceModule's.\n");
-    if (locked) mLock.unlock();
 }
 
 }  // namespace velto

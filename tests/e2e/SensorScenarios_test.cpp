@@ -1,0 +1,210 @@
+// The hub driver against veltohub-sim, one scenario per process.
+#include <sys/stat.h>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+#include "sensor/VeltohubProximitySensor.h"
+#include "tests/e2e/E2eSupport.h"
+#include "tests/harness/LogCapture.h"
+
+namespace velto {
+namespace {
+
+using e2e::startHub;
+using e2e::value;
+using e2e::waitFor;
+using test::LogCapture;
+
+struct Samples : public ProximitySensorInterface::ProxDataListener {
+    std::mutex lock;
+    std::vector<ProxData> seen;
+    void onProxData(const ProxData& data) override {
+        std::lock_guard<std::mutex> l(lock);
+        seen.push_back(data);
+    }
+    size_t count() {
+        std::lock_guard<std::mutex> l(lock);
+        return seen.size();
+    }
+    std::vector<ProxData> copy() {
+        std::lock_guard<std::mutex> l(lock);
+        return seen;
+    }
+};
+
+struct DonDoffs : public ProximitySensorInterface::DonDoffListener {
+    std::mutex lock;
+    std::vector<bool> seen;
+    void onDonDoff(bool donned) override {
+        std::lock_guard<std::mutex> l(lock);
+        seen.push_back(donned);
+    }
+    std::vector<bool> copy() {
+        std::lock_guard<std::mutex> l(lock);
+        return seen;
+    }
+};
+
+struct Winks : public ProximitySensorInterface::LowPowerWinkListener {
+    std::atomic<int> count{0};
+    void onLowPowerWink() override { count.fetch_add(1); }
+};
+
+TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistered) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 8));
+    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
+    ASSERT_NE(nullptr, sensor);
+    EXPECT_EQ(VeltohubProximitySensor::getInstance(), sensor);
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));  // starts paused
+    EXPECT_EQ("0", value(sim.command("get passthru_enable")));
+
+    Samples a, b;
+    sensor->addProxDataListener(&a);
+    ASSERT_TRUE(waitFor([&] { return a.count() >= 40; }));
+    EXPECT_EQ("1", value(sim.command("get passthru_enable")));
+    EXPECT_EQ("0", value(sim.command("get pause")));
+    EXPECT_EQ("OK Veltohub_ProxData_WakeLock", sim.command("wakelocks"));
+    sensor->addProxDataListener(&b);
+    ASSERT_TRUE(waitFor([&] { return b.count() >= 10; }));
+
+    // Hub time stamps, one sample period (31.25 ms) apart, give or take jitter.
+    std::vector<ProxData> seen = a.copy();
+    for (size_t i = 1; i < seen.size(); ++i) {
+        const int64_t step = seen[i].mTimestampNanos - seen[i - 1].mTimestampNanos;
+        EXPECT_GT(step, 20000000) << i;
+        EXPECT_LT(step, 45000000) << i;
+        EXPECT_GT(static_cast<int>(seen[i].mData & 0x3FFF), 600) << i;  // worn: the wearer's baseline
+    }
+
+    sensor->removeProxDataListener(&a);
+    EXPECT_EQ("1", value(sim.command("get passthru_enable")));  // one listener is left
+    sensor->removeProxDataListener(&b);
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
+    EXPECT_EQ("OK", sim.command("wakelocks"));
+    const size_t after = a.count();
+    usleep(200000);
+    EXPECT_EQ(after, a.count());
+}
+
+TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer wink-amp 300\nstart off\n", 4));
+    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
+    ASSERT_NE(nullptr, sensor);
+    DonDoffs donDoffs;
+    Winks winks;
+    sensor->addDonDoffListener(&donDoffs, true);  // told the last known state at once
+    sensor->addLowPowerWinkListener(&winks);
+    EXPECT_EQ(std::vector<bool>({false}), donDoffs.copy());
+    ASSERT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "1"; }));
+    EXPECT_EQ("1", value(sim.command("get wink_enable")));
+    EXPECT_EQ("1", value(sim.command("get wink_flag_enable")));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "0"; }));
+
+    ASSERT_EQ(0u, sim.command("don").find("OK"));
+    ASSERT_TRUE(waitFor([&] { return donDoffs.copy().size() == 2; }));
+    EXPECT_TRUE(donDoffs.copy().back());
+    // The wearer can wink once the device has settled on the head.
+    ASSERT_TRUE(waitFor([&] { return sim.command("wink 450ms").find("OK") == 0; }));
+    EXPECT_TRUE(waitFor([&] { return winks.count.load() >= 1; }));
+    ASSERT_TRUE(waitFor([&] { return sim.command("doff").find("OK") == 0; }));  // after the wink
+    ASSERT_TRUE(waitFor([&] { return donDoffs.copy().size() == 3; }));
+    EXPECT_FALSE(donDoffs.copy().back());
+
+    sensor->removeDonDoffListener(&donDoffs);
+    sensor->removeLowPowerWinkListener(&winks);
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
+    EXPECT_EQ("0", value(sim.command("get wink_enable")));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
+}
+
+TEST(SensorScenario, FlushDropsTheHistoryAndAStalePipeIsReused) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 8));
+    // A pipe left behind by an earlier process.
+    const std::string pipe = sim.root() + VeltohubProximitySensor::kControlPipePath;
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0700));
+    struct stat before;
+    ASSERT_EQ(0, stat(pipe.c_str(), &before));
+
+    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
+    ASSERT_NE(nullptr, sensor);
+    struct stat after;
+    ASSERT_EQ(0, stat(pipe.c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+
+    Samples live;
+    sensor->addProxDataListener(&live);
+    ASSERT_TRUE(waitFor([&] { return live.count() >= 70; }));  // the history ring is full
+    Samples replayed;
+    sensor->addProxDataListener(&replayed, 1000);
+    ASSERT_TRUE(waitFor([&] { return replayed.count() >= 40; }));
+    const std::vector<ProxData> first = replayed.copy();
+    // A second of history replays about 32 samples older than the listener, in order.
+    EXPECT_TRUE(LogCapture::contains("historical data packets to listener."));
+    for (size_t i = 1; i < first.size(); ++i) EXPECT_LT(first[i - 1].mTimestampNanos, first[i].mTimestampNanos);
+
+    sensor->flush();
+    const int64_t flushedBy = first.back().mTimestampNanos;
+    Samples fresh;
+    sensor->addProxDataListener(&fresh, 1000);
+    ASSERT_TRUE(waitFor([&] { return fresh.count() >= 5; }));
+    EXPECT_GT(fresh.copy().front().mTimestampNanos, flushedBy);  // nothing from before the flush
+    sensor->removeProxDataListener(&live);
+    sensor->removeProxDataListener(&replayed);
+    sensor->removeProxDataListener(&fresh);
+}
+
+TEST(SensorScenario, AnOlderHubIsFlashed) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("hub version 3.1\nhub bootloader 5\n", 8));
+    ASSERT_NE(nullptr, VeltohubProximitySensor::getInstance());
+    EXPECT_TRUE(LogCapture::contains("Updating Veltohub firmware from 3.1 to 4.2"));
+    EXPECT_TRUE(LogCapture::contains("Veltohub firmware successfully updated"));
+    EXPECT_EQ("4.2", value(sim.command("get version")));
+}
+
+TEST(SensorScenario, AnExperimentalHubIsNotFlashed) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("hub version 130.4\n", 8));
+    ASSERT_NE(nullptr, VeltohubProximitySensor::getInstance());
+    EXPECT_TRUE(LogCapture::contains("WARNING: Veltohub firmware is experimental version 130.4"));
+    EXPECT_FALSE(LogCapture::contains("Updating Veltohub firmware"));
+    EXPECT_EQ("130.4", value(sim.command("get version")));
+}
+
+TEST(SensorScenario, AHubWithoutVersionIsAbsent) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("hub version none\n", 8));
+    EXPECT_FALSE(VeltohubProximitySensor::existsOnDevice());
+    EXPECT_EQ(nullptr, VeltohubProximitySensor::getInstance());
+    EXPECT_TRUE(LogCapture::contains("Error: Can't getInstance() on VeltohubProximitySensor since hardware not found!"));
+}
+
+// With the real start-up delay the thread handles nothing for 15 s, even
+// though a listener waits and the hub would stream.
+TEST(SensorScenario, TheEventThreadWaitsFifteenSecondsBeforeItsFirstTurn) {
+    hubsim::HubSimProcess sim;
+    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 1), /*threadDelayMs=*/15000);
+    unsetenv("VELTOGAZE_THREAD_DELAY_MS");  // the real delay
+    const auto started = std::chrono::steady_clock::now();
+    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
+    ASSERT_NE(nullptr, sensor);
+    Samples samples;
+    sensor->addProxDataListener(&samples);
+    sleep(13);
+    EXPECT_EQ(0u, samples.count());
+    EXPECT_EQ("0", value(sim.command("get passthru_enable")));  // the queued start has not run
+    ASSERT_TRUE(waitFor([&] { return samples.count() > 0; }, 8000));
+    const double waited =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_GE(waited, 15.0);
+    sensor->removeProxDataListener(&samples);
+}
+
+}  // namespace
+}  // namespace velto
