@@ -1,0 +1,308 @@
+#include "calibration/DonDoffCalibrator.h"
+
+#include <errno.h>
+#include <log/log.h>
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "calibration/TwoLevelClustering.h"
+#include "classifier/FloatConversion.h"
+#include "service/GazeService.h"
+#include "veltoutils/Paths.h"
+#include "veltoutils/Utils.h"
+
+namespace velto {
+
+namespace {
+
+const char kTag[] = "GazeService::DonDoffCalibrator";
+
+class PthreadLock {
+public:
+    explicit PthreadLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
+    ~PthreadLock() { pthread_mutex_unlock(mMutex); }
+
+private:
+    pthread_mutex_t* mMutex;
+};
+
+// A threshold formed in float, truncated to 32 bits, then to the hub's 16.
+uint16_t toThreshold(float value) { return static_cast<uint16_t>(FloatConversion::toUint32(value)); }
+
+}  // namespace
+
+const int DonDoffCalibrator::kMinNumSamples = static_cast<int>(GazeService::kExpectedDataRateHertz);
+const int DonDoffCalibrator::kMaxNumSamples = 60 * static_cast<int>(GazeService::kExpectedDataRateHertz);
+const char* const DonDoffCalibrator::kDebugFilename = "/data/system/gaze/don_doff_debug.txt";
+
+DonDoffCalibrator::DonDoffCalibrator(ProximitySensorInterface* sensor)
+    : calibrating(false), mProxSensor(sensor), outOfRangeCount(0) {
+    pthread_mutex_init(&mMutex, nullptr);
+}
+
+DonDoffCalibrator::~DonDoffCalibrator() {
+    {
+        PthreadLock lock(&mMutex);
+        if (calibrating) endCalibrationInterval_l();
+    }
+    pthread_mutex_destroy(&mMutex);
+}
+
+bool DonDoffCalibrator::isCalibrating() const {
+    PthreadLock lock(&mMutex);
+    return calibrating;
+}
+
+bool DonDoffCalibrator::isCalibrationComplete() const {
+    PthreadLock lock(&mMutex);
+    return samples.size() >= static_cast<size_t>(kMinNumSamples);
+}
+
+size_t DonDoffCalibrator::getNumSamples() const {
+    PthreadLock lock(&mMutex);
+    return samples.size();
+}
+
+unsigned int DonDoffCalibrator::getOutOfRangeCount() const {
+    PthreadLock lock(&mMutex);
+    return outOfRangeCount;
+}
+
+bool DonDoffCalibrator::beginCalibrationInterval() {
+    PthreadLock lock(&mMutex);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark start of don/doff calibration session.");
+    if (mProxSensor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor must not be NULL in beginCalibrationInterval.");
+        return false;
+    }
+    if (calibrating) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Calibration is already on. Why do you call beginCalibrationInterval again?!");
+        return false;
+    }
+    samples.clear();
+    samples.setCapacity(static_cast<size_t>(kMaxNumSamples));
+    outOfRangeCount = 0;
+    __android_log_print(ANDROID_LOG_INFO, kTag,
+                        "beginCalibrationInterval(): Adding DonDoffCalibrator as a ProxDataListener...");
+    calibrating = true;
+    mProxSensor->addProxDataListener(this);
+    return true;
+}
+
+bool DonDoffCalibrator::endCalibrationInterval() {
+    PthreadLock lock(&mMutex);
+    return endCalibrationInterval_l();
+}
+
+bool DonDoffCalibrator::endCalibrationInterval_l() {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark end of calibration session.");
+    if (!calibrating) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Calibration is already off. Why do you call endCalibrationInterval again?!");
+        return false;
+    }
+    __android_log_print(ANDROID_LOG_INFO, kTag,
+                        "endCalibrationInterval_l(): removing DonDoffCalibrator as a ProxDataListener...");
+    if (mProxSensor != nullptr) mProxSensor->removeProxDataListener(this);
+    calibrating = false;
+    return true;
+}
+
+void DonDoffCalibrator::onProxData(const ProxData& data) {
+    PthreadLock lock(&mMutex);
+    if (!calibrating) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Not in a calibration session. Why do you send me data?");
+        return;
+    }
+    const unsigned int value = data.mData & ProxData::kValueMask;
+    if (value >= DON_VALUE_LOWER_BOUND && value <= DON_VALUE_UPPER_BOUND) {
+        __android_log_print(ANDROID_LOG_INFO, kTag, "Update don/doff calibration data with packet: %s",
+                            data.toString().string());
+        samples.push(static_cast<float>(value));
+    } else {
+        const unsigned int clamped = value < DON_VALUE_LOWER_BOUND ? DON_VALUE_LOWER_BOUND : DON_VALUE_UPPER_BOUND;
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Out of range value!  Expected: %d <= %d <= %d.  Adding clamped value: %d",
+                            DON_VALUE_LOWER_BOUND, value, DON_VALUE_UPPER_BOUND, clamped);
+        samples.push(static_cast<float>(clamped));
+        ++outOfRangeCount;
+    }
+    if (samples.size() > static_cast<size_t>(kMaxNumSamples)) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "DonDoffCalibrator received too many calibration samples and is closing the calibration interval.");
+        endCalibrationInterval_l();
+    }
+}
+
+bool DonDoffCalibrator::getMinMaxValue(const android::Vector<float>& values, float* minValue, float* maxValue) {
+    return TwoLevelClustering::getMinMaxValue(kTag, values, minValue, maxValue);
+}
+
+void DonDoffCalibrator::getClusterSizes(android::Vector<unsigned int>* countsPerCluster, const KMeansCluster& clusters,
+                                        const android::Vector<float>& values) {
+    TwoLevelClustering::getClusterSizes(kTag, clusters, values, countsPerCluster);
+}
+
+bool DonDoffCalibrator::calculateTwoClusters(android::Vector<float>* centers, const android::Vector<float>& values,
+                                             int minClusterSize) {
+    return TwoLevelClustering::calculateTwoClusters(kTag, values, minClusterSize, centers);
+}
+
+bool DonDoffCalibrator::updateAndSaveCalibration() {
+    PthreadLock lock(&mMutex);
+    if (samples.size() < static_cast<size_t>(kMinNumSamples)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Only got %d calibration samples but need at least %d.  Failing!",
+                            static_cast<int>(samples.size()), kMinNumSamples);
+        return false;
+    }
+    float minValue = 0.0f;
+    float maxValue = 0.0f;
+    if (!getMinMaxValue(samples, &minValue, &maxValue)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error: Unable to find min/max values from calibration data.");
+        return false;
+    }
+    android::Vector<float> centers;
+    centers.push(minValue);
+    centers.push(maxValue);
+    if (!calculateTwoClusters(&centers, samples, kMinClusterSize)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error computing clusters!  User will need to recalibrate!");
+        return false;
+    }
+    if (centers.size() != 2) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Didn't find two clusters in the calibration data!  We cannot compute thresholds!");
+        return false;
+    }
+    const float minCenter = centers[0] < centers[1] ? centers[0] : centers[1];
+    const float maxCenter = centers[0] < centers[1] ? centers[1] : centers[0];
+    const float range = maxCenter - minCenter;
+    __android_log_print(ANDROID_LOG_INFO, kTag, "MinCenter=%f  MaxCenter=%f   Range=%f", static_cast<double>(minCenter),
+                        static_cast<double>(maxCenter), static_cast<double>(range));
+    if (range < kMinClusterSeparation) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Error: Range %f was less than the minimal cluster separation for success: %f",
+                            static_cast<double>(range), static_cast<double>(kMinClusterSeparation));
+        return false;
+    }
+
+    // minCenter + range^0.95, minCenter + range^0.7 and
+    // minCenter + (maxValue - minCenter)^1.1, as exp of scaled logs.
+    const float logRange = static_cast<float>(log(static_cast<double>(range)));
+    const uint16_t don = toThreshold(static_cast<float>(exp(static_cast<double>(kDonExponent * logRange)) + minCenter));
+    const uint16_t doff =
+            toThreshold(static_cast<float>(exp(static_cast<double>(kDoffExponent * logRange)) + minCenter));
+    const uint16_t donMax = toThreshold(static_cast<float>(
+            exp(static_cast<double>(kDonMaxExponent) * log(static_cast<double>(maxValue - minCenter))) + minCenter));
+    __android_log_print(ANDROID_LOG_INFO, kTag, "New don thresh = %u   New doff thresh = %u  New don max thresh = %u",
+                        don, doff, donMax);
+
+    if (!applyDonDoffParamsToProxSensor_l(don, doff, donMax)) return false;
+    MCUParams params;
+    if (!getMCUParamsFromProxSensor_l(&params)) return false;
+    params.donThreshold = don;
+    params.doffThreshold = doff;
+    params.donMaxThreshold = donMax;
+    if (!params.saveToFile(MCUParams::kMcuParamsFilename)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Failed to save new parameter file: %s",
+                            Paths::resolve(MCUParams::kMcuParamsFilename).string());
+        return false;
+    }
+
+    // The debug file only helps a later look; failing to write it does not
+    // fail the calibration.
+    const android::String8 debugPath = Paths::resolve(kDebugFilename);
+    Utils::ensurePathExists(debugPath.string(), false);
+    FILE* debug = fopen(debugPath.string(), "w");
+    if (debug == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error writing don/doff debug file: %s", strerror(errno));
+    } else {
+        fprintf(debug, "minValue: %f\n", static_cast<double>(minValue));
+        fprintf(debug, "maxValue: %f\n", static_cast<double>(maxValue));
+        fprintf(debug, "minCenter: %f\n", static_cast<double>(minCenter));
+        fprintf(debug, "maxCenter: %f\n", static_cast<double>(maxCenter));
+        fclose(debug);
+    }
+    samples.clear();
+    return true;
+}
+
+bool DonDoffCalibrator::applyDonDoffParamsToProxSensor_l(unsigned short don, unsigned short doff,
+                                                         unsigned short donMax) {
+    if (mProxSensor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor was NULL: cannot apply new don/doff thresholds!");
+        return false;
+    }
+    // The hub's detector must not run while its thresholds change.
+    if (mProxSensor->isDonDoffEnabled()) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot change the dondoff thresholds when the detector is enabled!");
+        return false;
+    }
+    // Stops at the first failing write; the writes before it stay.
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Applying don threshold %d to MCU...", don);
+    if (!mProxSensor->setDonThreshold(don)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Fail to apply don  threshold.");
+        return false;
+    }
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Applying doff threshold %d to MCU...", doff);
+    if (!mProxSensor->setDoffThreshold(doff)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Fail to apply doff threshold.");
+        return false;
+    }
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Applying max don threshold %d to MCU...", donMax);
+    if (!mProxSensor->setDonMaxThreshold(donMax)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Fail to apply doff threshold.");
+        return false;
+    }
+    return true;
+}
+
+bool DonDoffCalibrator::getMCUParamsFromProxSensor_l(MCUParams* params) {
+    if (mProxSensor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor was NULL: cannot retrieve the MCUParams!");
+        return false;
+    }
+    if (!mProxSensor->getMCUParams(params)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not retrieve the current MCU parameters.");
+        return false;
+    }
+    return true;
+}
+
+bool DonDoffCalibrator::loadCalibration() {
+    PthreadLock lock(&mMutex);
+    MCUParams params;
+    if (!params.loadFromFile(MCUParams::kMcuParamsFilename)) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Cannot read microparams from the calibration file. Not setting them.");
+        return false;
+    }
+    return applyDonDoffParamsToProxSensor_l(params.donThreshold, params.doffThreshold, params.donMaxThreshold);
+}
+
+bool DonDoffCalibrator::clearCalibration() {
+    PthreadLock lock(&mMutex);
+    if (!applyDonDoffParamsToProxSensor_l(MCUParams::kDefaultDonThreshold, MCUParams::kDefaultDoffThreshold,
+                                          MCUParams::kDefaultDonMaxThreshold)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not reset to default don/doff thresholds.");
+        return false;
+    }
+    return true;
+}
+
+android::String8 DonDoffCalibrator::dump() {
+    PthreadLock lock(&mMutex);
+    const android::String8 path = Paths::resolve(kDebugFilename);
+    FILE* file = fopen(path.string(), "r");
+    if (file == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error reading don/doff debug file: %s", strerror(errno));
+        return android::String8();
+    }
+    android::String8 out;
+    char piece[80];
+    while (fgets(piece, sizeof(piece), file) != nullptr) out.append(piece);
+    fclose(file);
+    return out;
+}
+
+}  // namespace velto

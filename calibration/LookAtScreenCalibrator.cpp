@@ -1,0 +1,216 @@
+#include "calibration/LookAtScreenCalibrator.h"
+
+#include <errno.h>
+#include <log/log.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "calibration/TwoLevelClustering.h"
+#include "classifier/FloatConversion.h"
+#include "service/GazeRecord.h"
+#include "service/GazeService.h"
+#include "veltoutils/Paths.h"
+#include "veltoutils/Utils.h"
+
+namespace velto {
+
+namespace {
+
+const char kTag[] = "GazeService::LookAtScreenCalibrator";
+
+// The sample rate as a whole number of samples per second.
+uint64_t samplesPerSecond() { return static_cast<uint64_t>(GazeService::kExpectedDataRateHertz); }
+
+}  // namespace
+
+const char* const LookAtScreenCalibrator::kDefaultParamFilePath = "/data/system/gaze/laser_params.txt";
+const long long LookAtScreenCalibrator::kDefaultMaxNumSamples = static_cast<long long>(60 * samplesPerSecond());
+const int LookAtScreenCalibrator::kDefaultMinNumSamples = static_cast<int>(samplesPerSecond());
+const unsigned int LookAtScreenCalibrator::kDumpBufferSize = static_cast<unsigned int>(10 * samplesPerSecond());
+
+LookAtScreenCalibrator::LookAtScreenCalibrator(ProximitySensorInterface* sensor)
+    : LookAtScreenCalibrator(sensor, kDefaultParamFilePath, kDefaultMinClusterSize, kDefaultMinClusterSeparation,
+                             kDefaultThresholdFraction, kDefaultMaxNumSamples, kDefaultMinNumSamples,
+                             kDefaultOutlierFraction) {}
+
+LookAtScreenCalibrator::LookAtScreenCalibrator(ProximitySensorInterface* sensor, const char* paramFilePath,
+                                               int minClusterSize, float minClusterSeparation,
+                                               float thresholdFraction, long long maxNumSamples, int minNumSamples,
+                                               float outlierFraction)
+    : mCalibrating(false),
+      mProxSensor(sensor),
+      mParamFilePath(paramFilePath != nullptr ? paramFilePath : kDefaultParamFilePath),
+      mMinClusterSize(minClusterSize),
+      mMinClusterSeparation(minClusterSeparation),
+      mThresholdFraction(thresholdFraction),
+      mMaxNumSamples(maxNumSamples),
+      mMinNumSamples(minNumSamples),
+      mOutlierFraction(outlierFraction),
+      mProxDataBuffer(kDumpBufferSize) {}
+
+LookAtScreenCalibrator::~LookAtScreenCalibrator() {
+    android::Mutex::Autolock lock(mLock);
+    if (mCalibrating) endCalibrationInterval_l();
+}
+
+bool LookAtScreenCalibrator::isCalibrating() const {
+    android::Mutex::Autolock lock(mLock);
+    return mCalibrating;
+}
+
+size_t LookAtScreenCalibrator::getNumValues() const {
+    android::Mutex::Autolock lock(mLock);
+    return mValues.size();
+}
+
+bool LookAtScreenCalibrator::beginCalibrationInterval() {
+    android::Mutex::Autolock lock(mLock);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark start of Look At Screen calibration session.");
+    if (mProxSensor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor must not be NULL in beginCalibrationInterval.");
+        return false;
+    }
+    if (mCalibrating) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Calibration is already on. Why do you call beginCalibrationInterval again?!");
+        return false;
+    }
+    mValues.clear();
+    if (mMaxNumSamples > 0 && mMaxNumSamples < 0x7FFFFFFF) mValues.setCapacity(static_cast<size_t>(mMaxNumSamples));
+    mProxDataBuffer.clear();
+    __android_log_print(ANDROID_LOG_INFO, kTag,
+                        "beginCalibrationInterval(): Adding LookAtScreenCalibrator as a ProxDataListener...");
+    mCalibrating = true;
+    mProxSensor->addProxDataListener(this);
+    return true;
+}
+
+bool LookAtScreenCalibrator::endCalibrationInterval() {
+    android::Mutex::Autolock lock(mLock);
+    return endCalibrationInterval_l();
+}
+
+bool LookAtScreenCalibrator::endCalibrationInterval_l() {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark end of calibration session.");
+    if (!mCalibrating) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Calibration is already off. Why do you call endCalibrationInterval again?!");
+        return false;
+    }
+    __android_log_print(ANDROID_LOG_INFO, kTag,
+                        "endCalibrationInterval_l(): removing LookAtScreenCalibrator as a ProxDataListener...");
+    if (mProxSensor != nullptr) mProxSensor->removeProxDataListener(this);
+    mCalibrating = false;
+    return true;
+}
+
+void LookAtScreenCalibrator::onProxData(const ProxData& data) {
+    android::Mutex::Autolock lock(mLock);
+    if (!mCalibrating) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Not in a calibration session. Why do you send me data?");
+        return;
+    }
+    const unsigned int value = data.mData & ProxData::kValueMask;
+    mValues.push(static_cast<float>(value));
+    mProxDataBuffer.addPacket(data, GazeRecord::kInvalidDetectorResponse);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Received prox value = %d", value);
+    if (static_cast<int64_t>(mValues.size()) > mMaxNumSamples) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "LookAtScreenCalibrator received too many calibration samples and is closing the calibration interval.");
+        endCalibrationInterval_l();
+    }
+}
+
+void LookAtScreenCalibrator::removeOutliers(android::Vector<float>* values, float fraction) {
+    if (values == nullptr) return;
+    const size_t n = values->size();
+    const int k = FloatConversion::truncToInt(static_cast<float>(n) * fraction);
+    if (k > 0 && n <= 2 * static_cast<size_t>(k)) {
+        values->clear();
+        return;
+    }
+    float* data = values->editArray();
+    if (data != nullptr) std::sort(data, data + n);
+    if (k > 0) {
+        values->removeItemsAt(n - static_cast<size_t>(k), static_cast<size_t>(k));
+        values->removeItemsAt(0, static_cast<size_t>(k));
+    }
+}
+
+bool LookAtScreenCalibrator::calculateTwoClusters(const android::Vector<float>& values, int minClusterSize,
+                                                  android::Vector<float>* centers) {
+    return TwoLevelClustering::calculateTwoClusters(kTag, values, minClusterSize, centers);
+}
+
+void LookAtScreenCalibrator::getClusterSizes(const KMeansCluster& clusters, const android::Vector<float>& values,
+                                             android::Vector<unsigned int>* countsPerCluster) {
+    TwoLevelClustering::getClusterSizes(kTag, clusters, values, countsPerCluster);
+}
+
+bool LookAtScreenCalibrator::getMinMaxValue(const android::Vector<float>& values, float* minValue, float* maxValue) {
+    return TwoLevelClustering::getMinMaxValue(kTag, values, minValue, maxValue);
+}
+
+bool LookAtScreenCalibrator::updateAndSaveCalibration() {
+    android::Mutex::Autolock lock(mLock);
+    removeOutliers(&mValues, mOutlierFraction);  // also sorts them
+    if (static_cast<long long>(mValues.size()) < mMinNumSamples) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Only got %d calibration samples but need at least %d.  Failing!",
+                            static_cast<int>(mValues.size()), mMinNumSamples);
+        return false;
+    }
+    const float minValue = mValues[0];
+    const float maxValue = mValues[mValues.size() - 1];
+    android::Vector<float> centers;
+    centers.push(minValue);
+    centers.push(maxValue);
+    if (!calculateTwoClusters(mValues, mMinClusterSize, &centers)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error computing clusters!  User will need to recalibrate!");
+        return false;
+    }
+    if (centers.size() != 2) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Didn't find two clusters in the calibration data!  We cannot compute thresholds!");
+        return false;
+    }
+    const float lower = std::min(centers[0], centers[1]);
+    const float upper = std::max(centers[0], centers[1]);
+    const float range = upper - lower;
+    __android_log_print(ANDROID_LOG_INFO, kTag, "MinValue=%f MaxValue=%f MinCenter=%f  MaxCenter=%f   Range=%f",
+                        static_cast<double>(minValue), static_cast<double>(maxValue), static_cast<double>(lower),
+                        static_cast<double>(upper), static_cast<double>(range));
+    if (range < mMinClusterSeparation) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Error: Range %f was less than the minimal cluster separation for success: %f",
+                            static_cast<double>(range), static_cast<double>(mMinClusterSeparation));
+        return false;
+    }
+
+    const android::String8 path = Paths::resolve(mParamFilePath);
+    Utils::ensurePathExists(path.string(), false);
+    FILE* file = fopen(path.string(), "w");
+    bool ok = file != nullptr && fprintf(file, "%f\n", static_cast<double>(mThresholdFraction * range)) > 0;
+    int error = errno;
+    if (file != nullptr && fclose(file) != 0 && ok) {
+        ok = false;
+        error = errno;
+    }
+    if (!ok) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error writing to look-at-screen parameter file: %s",
+                            strerror(error));
+        return false;
+    }
+    mValues.clear();
+    return true;
+}
+
+android::String8 LookAtScreenCalibrator::dump() {
+    android::Mutex::Autolock lock(mLock);
+    android::String8 out;
+    mProxDataBuffer.dump(out);
+    return out;
+}
+
+}  // namespace velto
