@@ -1,0 +1,93 @@
+#include "modules/LookAtScreenModule.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "modules/ModuleTestSupport.h"
+#include "tests/harness/LogCapture.h"
+#include "tests/harness/TestRoot.h"
+
+namespace velto {
+namespace {
+
+using test::LogCapture;
+
+const char kParams[] = "/data/system/gaze/las_params_test.txt";
+const char kDetectorSet[] = "/system/etc/gaze/las_test_set.txt";
+
+class LookAtScreenModuleTest : public ::testing::Test {
+protected:
+    LookAtScreenModuleTest() : module(&sensor, kParams, kDetectorSet) {
+        // One cascade that never fires; the module's rules do not depend on it.
+        test::writeFile(test::underRoot("/system/etc/gaze/las_test_cascade.txt"),
+                        "1 8 8.0 1\n1 0.9\n0 0 2 2 0 1 1.0 0.0\n");
+        test::writeFile(test::underRoot(kDetectorSet), "las_test_cascade.txt\n");
+    }
+    void feed(int n) {
+        for (int i = 0; i < n; ++i) sensor.deliverSample(700, t += 31250000);
+    }
+
+    test::ScopedLogCapture capture;
+    test::FakeProximitySensor sensor;
+    LookAtScreenModule module;
+    int64_t t = 1000000000;
+};
+
+TEST_F(LookAtScreenModuleTest, RefusesToStartUntilTheThresholdIsLoaded) {
+    module.serviceReady();
+    EXPECT_TRUE(LogCapture::contains("Module is uncalibrated."));
+    EXPECT_FALSE(module.hasValidCalibration());
+    EXPECT_EQ(FAILED, module.start());
+    EXPECT_TRUE(LogCapture::contains("Not calibrated. Can not start LookAtScreenModule."));
+
+    test::writeFile(test::underRoot(kParams), "not a number\n");
+    EXPECT_EQ(FAILED, module.loadCalibration());
+    EXPECT_TRUE(LogCapture::contains("Error reading parameters from file!"));
+
+    test::writeFile(test::underRoot(kParams), "520.0\n");
+    EXPECT_EQ(OK, module.loadCalibration());  // applied, but flagged
+    EXPECT_TRUE(LogCapture::contains("Minimum LAS magnitude is suspiciously high: 520.000000."));
+    test::writeFile(test::underRoot(kParams), "24.000000\n");
+    EXPECT_EQ(OK, module.loadCalibration());
+    EXPECT_TRUE(module.hasValidCalibration());
+    EXPECT_EQ(OK, module.clearCalibration());
+    EXPECT_FALSE(module.hasValidCalibration());
+    const std::string dump = module.dump().string();
+    EXPECT_EQ(0u, dump.find(" isDetectorRunningNow: false\n thresh: 24.000000\n\nLookAtScreenDetector:\n")) << dump;
+}
+
+TEST_F(LookAtScreenModuleTest, TimeoutsAndCalibrationWhileRunning) {
+    test::writeFile(test::underRoot(kParams), "24.0\n");
+    module.serviceReady();
+    ASSERT_TRUE(module.hasValidCalibration());
+
+    ASSERT_EQ(OK, module.start(false, 10));  // less than a sample: never times out
+    ASSERT_EQ(1u, sensor.numDataListeners());
+    EXPECT_EQ(500, sensor.dataListeners()[0].historyMs);
+    feed(100);
+    EXPECT_TRUE(module.isRunning());
+    EXPECT_EQ(FAILED, module.beginCalibrationInterval());
+    EXPECT_TRUE(LogCapture::contains("LAS calibration must be done when LAS detection is off."));
+    EXPECT_EQ(OK, module.start(false, 1000));  // running: the new count of 32 applies
+    feed(31);
+    EXPECT_TRUE(module.isRunning());
+    feed(1);
+    EXPECT_FALSE(module.isRunning());
+    EXPECT_TRUE(LogCapture::contains("LookAtScreenModule timeout.. stopping."));
+    EXPECT_EQ(0u, sensor.numDataListeners());
+    EXPECT_FALSE(module.isCalibrationComplete());
+}
+
+TEST_F(LookAtScreenModuleTest, AFailedSaveRemovesTheParameterFile) {
+    test::writeFile(test::underRoot(kParams), "24.0\n");
+    module.serviceReady();
+    ASSERT_EQ(OK, module.beginCalibrationInterval());
+    for (int i = 0; i < 10; ++i) sensor.deliverSample(700, t += 31250000);  // far too few
+    ASSERT_EQ(OK, module.endCalibrationInterval());
+    EXPECT_EQ(FAILED, module.saveCalibration());
+    EXPECT_TRUE(LogCapture::contains("Successfully deleted calibration file."));
+    EXPECT_NE(0, access(test::underRoot(kParams).c_str(), F_OK));
+}
+
+}  // namespace
+}  // namespace velto
