@@ -42,11 +42,16 @@ bool EnsembleClassifier::addWeak(WeakClassifier* weak) {
 int EnsembleClassifier::classify(const SeqSample& sample, bool normalize, float falloff, float falloff_squared,
                                  float* score) const {
     if (!sample.full()) return -1;
+    // The magnitude test and the normalisation factor are the same for every
+    // weak classifier of the window.
+    float factor = 1.0f;
+    const bool hasMagnitude = WeakClassifier::getFeatureFactor(sample, normalize, falloff, falloff_squared, &factor);
     float sum = 0.0f;
     WeakClassifier* const* weaks = weaks_.array();
     for (size_t i = 0, n = weaks_.size(); i < n; ++i) {
         const WeakClassifier* w = weaks[i];
-        sum += w->alpha() * static_cast<float>(w->classify(sample, normalize, falloff, falloff_squared));
+        const float value = hasMagnitude ? w->scaledFeature(sample, factor) : 0.0f;
+        sum += w->weightedVote(value);
     }
     if (score != nullptr) *score = sum;
     return sum > threshold_ ? 1 : -1;

@@ -79,10 +79,10 @@ void SeqSample::updateIntegralValuesIncrementally(float new_value, ReverseCircul
         return;
     }
     if (integral_values->full()) {
-        // The oldest sum is about to be overwritten: shift every sum down by
-        // element 1 so that the new element 0 is zero.
+        // The oldest sum falls out: shift every sum down by element 1 so that
+        // the new element 0 is zero.
         const float base = integral_values->at(1);
-        integral_values->subtractFromAll(base);
+        integral_values->dropOldestAndSubtract(base);
     }
     integral_values->add(integral_values->newest() + new_value);
     if (fabsf(integral_values->at(0)) > FLT_EPSILON) {

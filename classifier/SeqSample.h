@@ -43,6 +43,12 @@ public:
     float minValue() const { return min_value_; }
     float maxValue() const { return max_value_; }
 
+    // The prefix sums themselves, for the feature loops of the classifiers:
+    // the same elements as integralValueAt and integralSobelValueAt, read
+    // without a virtual call.
+    const ReverseCircularBuffer<float>& integralValues() const { return integral_values_; }
+    const ReverseCircularBuffer<float>& integralSobelValues() const { return integral_sobel_values_; }
+
     // "capacity=%d, size=%d, minValue=%f, maxValue=%f, values=[v0 v1 ...]"
     android::String8 debugString() const;
 

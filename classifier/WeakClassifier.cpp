@@ -5,7 +5,6 @@
 #include <math.h>
 #include <string.h>
 
-#include "classifier/SeqSample.h"
 
 namespace velto {
 
@@ -14,17 +13,8 @@ namespace {
 const char kTag[] = "GazeDetector";
 
 // Block boundaries come from a file and may be anything: they are formed in
-// 64 bits and whatever lies outside the buffer reads as 0.
-inline int clampIndex(long long k) {
-    return k < -1 ? -1 : (k > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(k));
-}
-
-inline float blockSum(const SeqSample& sample, bool sobel, long long start, long long end) {
-    const int s = clampIndex(start);
-    const int e = clampIndex(end);
-    return sobel ? sample.integralSobelValueAt(e) - sample.integralSobelValueAt(s)
-                 : sample.integralValueAt(e) - sample.integralValueAt(s);
-}
+// 64 bits, and any outside the window reads 0 like every other index there.
+int clampIndex(long long k) { return k < -1 ? -1 : (k > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(k)); }
 
 }  // namespace
 
@@ -43,11 +33,15 @@ void WeakClassifier::Feature::updateInversePosBlockSize() {
     }
 }
 
-WeakClassifier::WeakClassifier() : sign_(1), threshold_(0.0f), alpha_(1.0f) {}
+WeakClassifier::WeakClassifier() : sign_(1), threshold_(0.0f), alpha_(1.0f) {
+    updateBlocks();
+    updateWeightedVotes();
+}
 
 WeakClassifier::WeakClassifier(const Feature& feature, int sign, float threshold, float alpha)
     : sign_(sign), threshold_(threshold), alpha_(alpha) {
     setFeature(feature);
+    updateWeightedVotes();
 }
 
 void WeakClassifier::setFeature(const Feature& feature) {
@@ -56,48 +50,19 @@ void WeakClassifier::setFeature(const Feature& feature) {
     feature_.block_interval = feature.block_interval;
     feature_.block_size = feature.block_size;
     feature_.updateInversePosBlockSize();
+    updateBlocks();
 }
 
-float WeakClassifier::computeFeature(const SeqSample& sample, bool normalize, float falloff,
-                                     float falloff_squared) const {
-    const float m = sample.magnitude();
-    if (m < FLT_EPSILON) return 0.0f;
-    float scale = feature_.inverse_pos_block_size;
-    if (normalize) {
-        // Below the falloff magnitude 1/m is replaced by its tangent at the
-        // falloff, so weak windows are not amplified without bound.
-        const float factor = m < falloff ? 2.0f / falloff - m / falloff_squared : sample.inverseMagnitude();
-        scale = scale * factor;
-    }
+void WeakClassifier::updateBlocks() {
+    const int type = feature_.type;
+    kind_ = type == 0 || type == 2 ? kTwoBlocks : (type == 1 || type == 3 ? kThreeBlocks : kNoFeature);
+    sobel_ = type == 2 || type == 3;
+    // A = [s, s+b), B = [s+b+g, s+2b+g), C = [s+2b+2g, s+3b+2g).
     const long long s = feature_.start_offset;
     const long long b = feature_.block_size;
     const long long g = feature_.block_interval;
-    switch (feature_.type) {
-        case 0:
-        case 2: {
-            const bool sobel = feature_.type == 2;
-            const float a = blockSum(sample, sobel, s, s + b);
-            const float bb = blockSum(sample, sobel, s + b + g, s + 2 * b + g);
-            return (a - bb) * scale;
-        }
-        case 1:
-        case 3: {
-            const bool sobel = feature_.type == 3;
-            const float a = blockSum(sample, sobel, s, s + b);
-            const float bb = blockSum(sample, sobel, s + b + g, s + 2 * b + g);
-            const float c = blockSum(sample, sobel, s + 2 * b + 2 * g, s + 3 * b + 2 * g);
-            return (2.0f * bb - a - c) * scale;
-        }
-        default:
-            return 0.0f;
-    }
-}
-
-int WeakClassifier::classify(const SeqSample& sample, bool normalize, float falloff, float falloff_squared) const {
-    if (!sample.full()) return -1;
-    // Strict: a value equal to the threshold counts as below it.
-    const int h = computeFeature(sample, normalize, falloff, falloff_squared) > threshold_ ? 1 : -1;
-    return sign_ * h;
+    const long long ends[6] = {s, s + b, s + b + g, s + 2 * b + g, s + 2 * b + 2 * g, s + 3 * b + 2 * g};
+    for (int i = 0; i < 6; ++i) block_ends_[i] = clampIndex(ends[i]);
 }
 
 bool WeakClassifier::getNextNonEmptyNonCommentLine(FILE* pf, char* lineBuffer, int size) {
@@ -149,6 +114,7 @@ bool WeakClassifier::loadFromFile(FILE* pf) {
     // The file gives block_size before block_interval and alpha before threshold.
     const int n = sscanf(line, "%d %d %d %d %d %d %f %f", &feature.type, &feature.start_offset, &feature.block_size,
                          &feature.block_interval, &ignored, &sign_, &alpha_, &threshold_);
+    updateWeightedVotes();
     if (sign_ != 1 && sign_ != -1) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad weak classifier sign %d.", sign_);
         return false;
@@ -172,6 +138,7 @@ void WeakClassifier::copy(const WeakClassifier& other) {
     sign_ = other.sign_;
     threshold_ = other.threshold_;
     alpha_ = other.alpha_;
+    updateWeightedVotes();
 }
 
 bool WeakClassifier::equals(const WeakClassifier& other) const {

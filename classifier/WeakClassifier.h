@@ -1,12 +1,13 @@
 #ifndef VELTO_WEAK_CLASSIFIER_H
 #define VELTO_WEAK_CLASSIFIER_H
 
+#include <float.h>
 #include <stddef.h>
 #include <stdio.h>
 
-namespace velto {
+#include "classifier/SeqSample.h"
 
-class SeqSample;
+namespace velto {
 
 // One thresholded block feature of the sample window. Reads the window's
 // prefix sums only, so a vote costs a handful of reads whatever the block
@@ -37,8 +38,52 @@ public:
     WeakClassifier(const Feature& feature, int sign, float threshold, float alpha);
 
     // +1 or -1; -1 while the window is not full.
-    int classify(const SeqSample& sample, bool normalize, float falloff, float falloff_squared) const;
-    float computeFeature(const SeqSample& sample, bool normalize, float falloff, float falloff_squared) const;
+    int classify(const SeqSample& sample, bool normalize, float falloff, float falloff_squared) const {
+        if (!sample.full()) return -1;
+        return vote(computeFeature(sample, normalize, falloff, falloff_squared));
+    }
+    float computeFeature(const SeqSample& sample, bool normalize, float falloff, float falloff_squared) const {
+        float factor;
+        return getFeatureFactor(sample, normalize, falloff, falloff_squared, &factor) ? scaledFeature(sample, factor)
+                                                                                       : 0.0f;
+    }
+
+    // The window-wide part of every feature, computed once per window by the
+    // ensemble: false when the window has no magnitude (every feature is then
+    // 0); else the normalisation factor, 1 without normalisation. Below the
+    // falloff magnitude 1/m is replaced by its tangent at the falloff, so weak
+    // windows are not amplified without bound.
+    static bool getFeatureFactor(const SeqSample& sample, bool normalize, float falloff, float falloff_squared,
+                                 float* factor) {
+        const float m = sample.magnitude();
+        if (m < FLT_EPSILON) return false;
+        *factor = !normalize ? 1.0f : m < falloff ? 2.0f / falloff - m / falloff_squared : sample.inverseMagnitude();
+        return true;
+    }
+
+    // The feature of a window with a magnitude. Multiplying by a factor of 1
+    // is exact, so this equals the unnormalised feature too.
+    float scaledFeature(const SeqSample& sample, float factor) const {
+        const float scale = feature_.inverse_pos_block_size * factor;
+        const ReverseCircularBuffer<float>& sums = sobel_ ? sample.integralSobelValues() : sample.integralValues();
+        switch (kind_) {
+            case kTwoBlocks:
+                return (blockSum(sums, 0) - blockSum(sums, 1)) * scale;
+            case kThreeBlocks:
+                return (2.0f * blockSum(sums, 1) - blockSum(sums, 0) - blockSum(sums, 2)) * scale;
+            default:
+                return 0.0f;
+        }
+    }
+
+    // Strict: a feature equal to the threshold counts as below it.
+    int vote(float featureValue) const { return sign_ * (featureValue > threshold_ ? 1 : -1); }
+    // alpha * vote, with both products formed in advance. Indexed rather than
+    // branched: whether a feature passes its threshold is what a classifier
+    // cannot predict.
+    float weightedVote(float featureValue) const {
+        return weighted_votes_[static_cast<int>(featureValue > threshold_)];
+    }
 
     // One weak-classifier line of a detector file:
     // "type start_offset block_size block_interval <ignored> sign alpha threshold".
@@ -60,17 +105,43 @@ public:
     // Takes the four integers; the derived reciprocal is recomputed.
     void setFeature(const Feature& feature);
     int sign() const { return sign_; }
-    void setSign(int sign) { sign_ = sign; }
+    void setSign(int sign) {
+        sign_ = sign;
+        updateWeightedVotes();
+    }
     float threshold() const { return threshold_; }
     void setThreshold(float threshold) { threshold_ = threshold; }
     float alpha() const { return alpha_; }
-    void setAlpha(float alpha) { alpha_ = alpha; }
+    void setAlpha(float alpha) {
+        alpha_ = alpha;
+        updateWeightedVotes();
+    }
 
 private:
+    enum Kind { kTwoBlocks, kThreeBlocks, kNoFeature };
+
+    // Block j of the feature from the prefix sums; boundaries outside the
+    // window read 0.
+    float blockSum(const ReverseCircularBuffer<float>& sums, int j) const {
+        return sums.at(block_ends_[2 * j + 1]) - sums.at(block_ends_[2 * j]);
+    }
+    // Derives the block boundaries and the kind from the feature.
+    void updateBlocks();
+    void updateWeightedVotes() {
+        weighted_votes_[0] = alpha_ * -static_cast<float>(sign_);
+        weighted_votes_[1] = alpha_ * static_cast<float>(sign_);
+    }
+
     Feature feature_;
     int sign_;
     float threshold_;
     float alpha_;
+    Kind kind_;
+    bool sobel_;
+    // Start and end (prefix-sum index) of blocks A, B and C.
+    int block_ends_[6];
+    // alpha * vote for a feature at or below, and above, the threshold.
+    float weighted_votes_[2];
 };
 
 }  // namespace velto
