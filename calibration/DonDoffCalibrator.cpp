@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "calibration/CalibrationInterval.h"
 #include "calibration/TwoLevelClustering.h"
 #include "classifier/FloatConversion.h"
 #include "service/GazeService.h"
@@ -17,6 +18,7 @@ namespace velto {
 namespace {
 
 const char kTag[] = "GazeService::DonDoffCalibrator";
+const CalibrationInterval kInterval(kTag, "DonDoffCalibrator", "don/doff");
 
 class PthreadLock {
 public:
@@ -71,23 +73,11 @@ unsigned int DonDoffCalibrator::getOutOfRangeCount() const {
 
 bool DonDoffCalibrator::beginCalibrationInterval() {
     PthreadLock lock(&mMutex);
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark start of don/doff calibration session.");
-    if (mProxSensor == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor must not be NULL in beginCalibrationInterval.");
-        return false;
-    }
-    if (calibrating) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "Calibration is already on. Why do you call beginCalibrationInterval again?!");
-        return false;
-    }
+    if (!kInterval.mayBegin(mProxSensor, calibrating)) return false;
     samples.clear();
     samples.setCapacity(static_cast<size_t>(kMaxNumSamples));
     outOfRangeCount = 0;
-    __android_log_print(ANDROID_LOG_INFO, kTag,
-                        "beginCalibrationInterval(): Adding DonDoffCalibrator as a ProxDataListener...");
-    calibrating = true;
-    mProxSensor->addProxDataListener(this);
+    kInterval.begin(mProxSensor, this, &calibrating);
     return true;
 }
 
@@ -96,24 +86,12 @@ bool DonDoffCalibrator::endCalibrationInterval() {
     return endCalibrationInterval_l();
 }
 
-bool DonDoffCalibrator::endCalibrationInterval_l() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark end of calibration session.");
-    if (!calibrating) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Calibration is already off. Why do you call endCalibrationInterval again?!");
-        return false;
-    }
-    __android_log_print(ANDROID_LOG_INFO, kTag,
-                        "endCalibrationInterval_l(): removing DonDoffCalibrator as a ProxDataListener...");
-    if (mProxSensor != nullptr) mProxSensor->removeProxDataListener(this);
-    calibrating = false;
-    return true;
-}
+bool DonDoffCalibrator::endCalibrationInterval_l() { return kInterval.end(mProxSensor, this, &calibrating); }
 
 void DonDoffCalibrator::onProxData(const ProxData& data) {
     PthreadLock lock(&mMutex);
     if (!calibrating) {
-        __android_log_print(ANDROID_LOG_WARN, kTag, "Not in a calibration session. Why do you send me data?");
+        kInterval.warnNotCalibrating();
         return;
     }
     const unsigned int value = data.mData & ProxData::kValueMask;
@@ -129,11 +107,9 @@ void DonDoffCalibrator::onProxData(const ProxData& data) {
         samples.push(static_cast<float>(clamped));
         ++outOfRangeCount;
     }
-    if (samples.size() > static_cast<size_t>(kMaxNumSamples)) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "DonDoffCalibrator received too many calibration samples and is closing the calibration interval.");
-        endCalibrationInterval_l();
-    }
+    // Closing from inside the sensor's callback is allowed: it delivers
+    // without its locks held.
+    kInterval.endWhenOverfull(static_cast<long long>(samples.size()), kMaxNumSamples, mProxSensor, this, &calibrating);
 }
 
 bool DonDoffCalibrator::getMinMaxValue(const android::Vector<float>& values, float* minValue, float* maxValue) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "calibration/CalibrationInterval.h"
 #include "calibration/TwoLevelClustering.h"
 #include "classifier/FloatConversion.h"
 #include "service/GazeRecord.h"
@@ -19,6 +20,7 @@ namespace velto {
 namespace {
 
 const char kTag[] = "GazeService::LookAtScreenCalibrator";
+const CalibrationInterval kInterval(kTag, "LookAtScreenCalibrator", "Look At Screen");
 
 // The sample rate as a whole number of samples per second.
 uint64_t samplesPerSecond() { return static_cast<uint64_t>(GazeService::kExpectedDataRateHertz); }
@@ -67,23 +69,11 @@ size_t LookAtScreenCalibrator::getNumValues() const {
 
 bool LookAtScreenCalibrator::beginCalibrationInterval() {
     android::Mutex::Autolock lock(mLock);
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark start of Look At Screen calibration session.");
-    if (mProxSensor == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mProxSensor must not be NULL in beginCalibrationInterval.");
-        return false;
-    }
-    if (mCalibrating) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "Calibration is already on. Why do you call beginCalibrationInterval again?!");
-        return false;
-    }
+    if (!kInterval.mayBegin(mProxSensor, mCalibrating)) return false;
     mValues.clear();
     if (mMaxNumSamples > 0 && mMaxNumSamples < 0x7FFFFFFF) mValues.setCapacity(static_cast<size_t>(mMaxNumSamples));
     mProxDataBuffer.clear();
-    __android_log_print(ANDROID_LOG_INFO, kTag,
-                        "beginCalibrationInterval(): Adding LookAtScreenCalibrator as a ProxDataListener...");
-    mCalibrating = true;
-    mProxSensor->addProxDataListener(this);
+    kInterval.begin(mProxSensor, this, &mCalibrating);
     return true;
 }
 
@@ -92,35 +82,19 @@ bool LookAtScreenCalibrator::endCalibrationInterval() {
     return endCalibrationInterval_l();
 }
 
-bool LookAtScreenCalibrator::endCalibrationInterval_l() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Mark end of calibration session.");
-    if (!mCalibrating) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Calibration is already off. Why do you call endCalibrationInterval again?!");
-        return false;
-    }
-    __android_log_print(ANDROID_LOG_INFO, kTag,
-                        "endCalibrationInterval_l(): removing LookAtScreenCalibrator as a ProxDataListener...");
-    if (mProxSensor != nullptr) mProxSensor->removeProxDataListener(this);
-    mCalibrating = false;
-    return true;
-}
+bool LookAtScreenCalibrator::endCalibrationInterval_l() { return kInterval.end(mProxSensor, this, &mCalibrating); }
 
 void LookAtScreenCalibrator::onProxData(const ProxData& data) {
     android::Mutex::Autolock lock(mLock);
     if (!mCalibrating) {
-        __android_log_print(ANDROID_LOG_WARN, kTag, "Not in a calibration session. Why do you send me data?");
+        kInterval.warnNotCalibrating();
         return;
     }
     const unsigned int value = data.mData & ProxData::kValueMask;
     mValues.push(static_cast<float>(value));
     mProxDataBuffer.addPacket(data, GazeRecord::kInvalidDetectorResponse);
     __android_log_print(ANDROID_LOG_INFO, kTag, "Received prox value = %d", value);
-    if (static_cast<int64_t>(mValues.size()) > mMaxNumSamples) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "LookAtScreenCalibrator received too many calibration samples and is closing the calibration interval.");
-        endCalibrationInterval_l();
-    }
+    kInterval.endWhenOverfull(static_cast<long long>(mValues.size()), mMaxNumSamples, mProxSensor, this, &mCalibrating);
 }
 
 void LookAtScreenCalibrator::removeOutliers(android::Vector<float>* values, float fraction) {

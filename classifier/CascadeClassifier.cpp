@@ -1,13 +1,11 @@
 #include "classifier/CascadeClassifier.h"
 
-#include <errno.h>
 #include <log/log.h>
-#include <string.h>
 
 #include "classifier/SeqSample.h"
 #include "classifier/TextBuffer.h"
+#include "classifier/TextFile.h"
 #include "veltoutils/Paths.h"
-#include "veltoutils/Utils.h"
 
 namespace velto {
 
@@ -103,12 +101,8 @@ bool CascadeClassifier::loadFromFile(FILE* pf) {
 }
 
 bool CascadeClassifier::loadFromFile(const char* path) {
-    const android::String8 resolved = Paths::resolve(path);
-    FILE* pf = path != nullptr ? fopen(resolved.string(), "rt") : nullptr;
-    if (pf == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s.", resolved.string());
-        return false;
-    }
+    FILE* pf = TextFile::openForRead(kTag, path);
+    if (pf == nullptr) return false;
     bool ok = loadFromFile(pf);
     if (fclose(pf) != 0) ok = false;
     return ok;
@@ -126,20 +120,14 @@ bool CascadeClassifier::writeToFile(FILE* pf) const {
 }
 
 bool CascadeClassifier::saveToFile(const char* path) const {
-    const android::String8 resolved = Paths::resolve(path);
-    if (path == nullptr || !Utils::ensurePathExists(resolved.string(), false)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not create parent folder for file: %s", resolved.string());
-        return false;
-    }
-    FILE* pf = fopen(resolved.string(), "wt");
-    if (pf == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s for write: %s", resolved.string(),
-                            strerror(errno));
-        return false;
-    }
+    FILE* pf = TextFile::openForWrite(kTag, path);
+    if (pf == nullptr) return false;
     bool ok = writeToFile(pf);
     if (fclose(pf) != 0) ok = false;
-    if (!ok) __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not write detector to file %s.", resolved.string());
+    if (!ok) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not write detector to file %s.",
+                            Paths::resolve(path).string());
+    }
     return ok;
 }
 

@@ -10,9 +10,11 @@ namespace {
 
 const char kTag[] = "GazeDetector";
 
-// A non-positive length builds an unusable window of capacity 0 rather than
-// a near-4G one.
-unsigned int capacityFor(int length, int extra) { return length > 0 ? static_cast<unsigned int>(length + extra) : 0u; }
+// A length outside 1 .. kMaxLength (a corrupt detector file) builds an
+// unusable window of capacity 0 rather than one of gigabytes.
+unsigned int capacityFor(int length, int extra) {
+    return length > 0 && length <= SeqSample::kMaxLength ? static_cast<unsigned int>(length + extra) : 0u;
+}
 
 }  // namespace
 
@@ -27,6 +29,8 @@ SeqSample::SeqSample(int length)
       max_value_(0.0f) {
     if (length <= 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Sample length must be positive: %d", length);
+    } else if (length > kMaxLength) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Sample length must not exceed %d: %d", kMaxLength, length);
     }
 }
 

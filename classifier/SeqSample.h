@@ -18,6 +18,10 @@ namespace velto {
 // "GazeDetector"; nothing here fails hard.
 class SeqSample {
 public:
+    // Longest window: 34 minutes at 32 Hz, far beyond any gesture. A longer
+    // one, like a non-positive one, is logged and never fills.
+    static constexpr int kMaxLength = 65536;
+
     explicit SeqSample(int length);
     virtual ~SeqSample() {}
 

@@ -97,6 +97,10 @@ TEST(SeqSample, MagnitudeBoundsEmptinessAndDebugText) {
     broken.addNewValue(1.0f);
     EXPECT_FALSE(broken.full());
     EXPECT_TRUE(broken.empty());
+    SeqSample huge(SeqSample::kMaxLength + 1);  // a corrupt detector file must not cost gigabytes
+    EXPECT_TRUE(test::LogCapture::contains("Sample length must not exceed 65536: 65537"));
+    huge.addNewValue(1.0f);
+    EXPECT_TRUE(huge.empty());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "classifier/TextFile.h"
 #include "service/GazeService.h"
 #include "veltoutils/Paths.h"
 
@@ -82,12 +83,9 @@ BoostingDetector* CalibratedMultiDurationWinkDetector::getActiveDetector() {
 }
 
 bool CalibratedMultiDurationWinkDetector::loadDetectorFromFile(const char* path) {
+    FILE* pf = TextFile::openForRead(kTag, path);
+    if (pf == nullptr) return false;
     const android::String8 listPath = Paths::resolve(path);
-    FILE* pf = path != nullptr ? fopen(listPath.string(), "rt") : nullptr;
-    if (pf == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s.", listPath.string());
-        return false;
-    }
     const android::String8 dir = listPath.getPathDir();
     clearDetectors();
     DetectorOptions options;

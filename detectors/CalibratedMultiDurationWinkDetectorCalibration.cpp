@@ -11,10 +11,10 @@
 
 #include "calibration/DonDoffCalibrator.h"
 #include "classifier/FloatConversion.h"
+#include "classifier/TextFile.h"
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
 #include "sensor/ProximitySensorInterface.h"
 #include "veltoutils/Paths.h"
-#include "veltoutils/Utils.h"
 
 namespace velto {
 
@@ -304,16 +304,8 @@ bool CalibratedMultiDurationWinkDetector::saveHighPowerCalibration(const char* p
                         "Save calibration data to file %s: Magnitude range=%s, Duration range=%s ms, active detector index=%d.",
                         resolved.string(), mCalibrationMagnitudeRange.toString().string(),
                         mCalibrationDurationRangeMs.toString().string(), mActiveDetectorIndex);
-    if (path == nullptr || !Utils::ensurePathExists(resolved.string(), false)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not create parent folder for file: %s", resolved.string());
-        return false;
-    }
-    FILE* pf = fopen(resolved.string(), "wt");
-    if (pf == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s for write: %s", resolved.string(),
-                            strerror(errno));
-        return false;
-    }
+    FILE* pf = TextFile::openForWrite(kTag, path);
+    if (pf == nullptr) return false;
     const int written = fprintf(pf, "%f %f %f %f %d", static_cast<double>(mCalibrationMagnitudeRange.min),
                                 static_cast<double>(mCalibrationMagnitudeRange.max),
                                 static_cast<double>(mCalibrationDurationRangeMs.min),
@@ -385,12 +377,14 @@ bool CalibratedMultiDurationWinkDetector::computeMCUParams(MCUParams* params) {
                             "Can not get MCU params from prox-sensor. Using default don/doff parameters");
         *params = MCUParams();
     }
-    const unsigned short high = static_cast<unsigned short>(
-            FloatConversion::truncToInt(mAcceptableMagnitudeRange.max) + kLowPowerMagnitudeMargin);
+    // Integer parts, widened so that the margin never overflows; the hub takes
+    // the low 16 bits.
+    const int64_t acceptableMax = FloatConversion::truncToInt(mAcceptableMagnitudeRange.max);
+    const int64_t acceptableMin = FloatConversion::truncToInt(mAcceptableMagnitudeRange.min);
+    const unsigned short high = static_cast<unsigned short>(acceptableMax + kLowPowerMagnitudeMargin);
     const unsigned short low =
             mAcceptableMagnitudeRange.min >= static_cast<float>(kLowPowerMagnitudeMargin)
-                    ? static_cast<unsigned short>(FloatConversion::truncToInt(mAcceptableMagnitudeRange.min) -
-                                                  kLowPowerMagnitudeMargin)
+                    ? static_cast<unsigned short>(acceptableMin - kLowPowerMagnitudeMargin)
                     : 0;
     return params->computeWinkParams(high, low);
 }

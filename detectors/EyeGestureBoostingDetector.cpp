@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "classifier/TextFile.h"
 #include "service/GazeService.h"
 #include "veltoutils/Paths.h"
 
@@ -39,12 +40,9 @@ void EyeGestureBoostingDetector::clearDetectors() {
 }
 
 bool EyeGestureBoostingDetector::loadDetectorFromFile(const char* path) {
+    FILE* pf = TextFile::openForRead(kTag, path);
+    if (pf == nullptr) return false;
     const android::String8 listPath = Paths::resolve(path);
-    FILE* pf = path != nullptr ? fopen(listPath.string(), "rt") : nullptr;
-    if (pf == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s.", listPath.string());
-        return false;
-    }
     clearDetectors();
     DetectorOptions options;
     options.frame_rate = GazeService::kExpectedDataRateHertz;
