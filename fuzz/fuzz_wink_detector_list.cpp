@@ -1,0 +1,24 @@
+// The duration-detector list of CalibratedMultiDurationWinkDetector: pairs of
+// "min max" and a detector file name. The input is the list file; after a line
+// "----" the rest becomes the detector file "f.txt" beside the fixed "a.txt".
+#include <stdint.h>
+#include <string.h>
+
+#include "detectors/CalibratedMultiDurationWinkDetector.h"
+#include "fuzz/fuzz_sandbox.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (!velto::fuzz::writeListAndDetectors(data, size, "/wink.txt")) return 0;
+    velto::CalibratedMultiDurationWinkDetector wink(nullptr);
+    wink.loadDetectorFromFile("/wink.txt");
+    // Classify with whatever loaded, the first detector taken as active.
+    static const char kCalibration[] = "100 120 400 420 0";
+    velto::fuzz::writeUnderRoot("/cal.txt", kCalibration, strlen(kCalibration));
+    wink.loadHighPowerCalibration("/cal.txt");
+    for (int i = 0; i < 40; ++i) {
+        const float v = (i % 12 < 4) ? 1150.0f : 1000.0f;
+        wink.update(1000000000LL + i * 31250000LL, &v, 1);
+    }
+    (void)wink.getDebugString();
+    return 0;
+}
