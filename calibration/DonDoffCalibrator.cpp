@@ -139,29 +139,16 @@ bool DonDoffCalibrator::updateAndSaveCalibration() {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Error: Unable to find min/max values from calibration data.");
         return false;
     }
-    android::Vector<float> centers;
-    centers.push(minValue);
-    centers.push(maxValue);
-    if (!calculateTwoClusters(&centers, samples, kMinClusterSize)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error computing clusters!  User will need to recalibrate!");
+    float minCenter = 0.0f;
+    float maxCenter = 0.0f;
+    if (!TwoLevelClustering::findTwoLevels(kTag, samples, kMinClusterSize, minValue, maxValue, &minCenter,
+                                           &maxCenter)) {
         return false;
     }
-    if (centers.size() != 2) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Didn't find two clusters in the calibration data!  We cannot compute thresholds!");
-        return false;
-    }
-    const float minCenter = centers[0] < centers[1] ? centers[0] : centers[1];
-    const float maxCenter = centers[0] < centers[1] ? centers[1] : centers[0];
     const float range = maxCenter - minCenter;
     __android_log_print(ANDROID_LOG_INFO, kTag, "MinCenter=%f  MaxCenter=%f   Range=%f", static_cast<double>(minCenter),
                         static_cast<double>(maxCenter), static_cast<double>(range));
-    if (range < kMinClusterSeparation) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Error: Range %f was less than the minimal cluster separation for success: %f",
-                            static_cast<double>(range), static_cast<double>(kMinClusterSeparation));
-        return false;
-    }
+    if (!TwoLevelClustering::areLevelsSeparated(kTag, range, kMinClusterSeparation)) return false;
 
     // minCenter + range^0.95, minCenter + range^0.7 and
     // minCenter + (maxValue - minCenter)^1.1, as exp of scaled logs.

@@ -137,30 +137,16 @@ bool LookAtScreenCalibrator::updateAndSaveCalibration() {
     }
     const float minValue = mValues[0];
     const float maxValue = mValues[mValues.size() - 1];
-    android::Vector<float> centers;
-    centers.push(minValue);
-    centers.push(maxValue);
-    if (!calculateTwoClusters(mValues, mMinClusterSize, &centers)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Error computing clusters!  User will need to recalibrate!");
+    float lower = 0.0f;
+    float upper = 0.0f;
+    if (!TwoLevelClustering::findTwoLevels(kTag, mValues, mMinClusterSize, minValue, maxValue, &lower, &upper)) {
         return false;
     }
-    if (centers.size() != 2) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Didn't find two clusters in the calibration data!  We cannot compute thresholds!");
-        return false;
-    }
-    const float lower = std::min(centers[0], centers[1]);
-    const float upper = std::max(centers[0], centers[1]);
     const float range = upper - lower;
     __android_log_print(ANDROID_LOG_INFO, kTag, "MinValue=%f MaxValue=%f MinCenter=%f  MaxCenter=%f   Range=%f",
                         static_cast<double>(minValue), static_cast<double>(maxValue), static_cast<double>(lower),
                         static_cast<double>(upper), static_cast<double>(range));
-    if (range < mMinClusterSeparation) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "Error: Range %f was less than the minimal cluster separation for success: %f",
-                            static_cast<double>(range), static_cast<double>(mMinClusterSeparation));
-        return false;
-    }
+    if (!TwoLevelClustering::areLevelsSeparated(kTag, range, mMinClusterSeparation)) return false;
 
     const android::String8 path = Paths::resolve(mParamFilePath);
     Utils::ensurePathExists(path.string(), false);

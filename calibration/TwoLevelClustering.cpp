@@ -80,4 +80,33 @@ bool TwoLevelClustering::calculateTwoClusters(const char* tag, const android::Ve
     return true;
 }
 
+bool TwoLevelClustering::findTwoLevels(const char* tag, const android::Vector<float>& values, int minClusterSize,
+                                       float lowLevel, float highLevel, float* lowerCenter, float* upperCenter) {
+    android::Vector<float> centers;
+    centers.push(lowLevel);
+    centers.push(highLevel);
+    if (!calculateTwoClusters(tag, values, minClusterSize, &centers)) {
+        __android_log_print(ANDROID_LOG_ERROR, tag, "Error computing clusters!  User will need to recalibrate!");
+        return false;
+    }
+    if (centers.size() != 2) {
+        __android_log_print(ANDROID_LOG_ERROR, tag,
+                            "Didn't find two clusters in the calibration data!  We cannot compute thresholds!");
+        return false;
+    }
+    *lowerCenter = centers[0] < centers[1] ? centers[0] : centers[1];
+    *upperCenter = centers[0] < centers[1] ? centers[1] : centers[0];
+    return true;
+}
+
+bool TwoLevelClustering::areLevelsSeparated(const char* tag, float range, float minSeparation) {
+    if (range < minSeparation) {
+        __android_log_print(ANDROID_LOG_ERROR, tag,
+                            "Error: Range %f was less than the minimal cluster separation for success: %f",
+                            static_cast<double>(range), static_cast<double>(minSeparation));
+        return false;
+    }
+    return true;
+}
+
 }  // namespace velto

@@ -27,6 +27,15 @@ public:
     static bool calculateTwoClusters(const char* tag, const android::Vector<float>& values, int minClusterSize,
                                      android::Vector<float>* centers);
 
+    // The calibration step both calibrators take: clusters `values` from the
+    // seeds (lowLevel, highLevel) and gives the two centres in order. False,
+    // with the reason logged, unless two big enough clusters come out.
+    static bool findTwoLevels(const char* tag, const android::Vector<float>& values, int minClusterSize,
+                              float lowLevel, float highLevel, float* lowerCenter, float* upperCenter);
+
+    // False, logged, when the centres lie less than `minSeparation` apart.
+    static bool areLevelsSeparated(const char* tag, float range, float minSeparation);
+
 private:
     TwoLevelClustering() = delete;
 };
