@@ -165,6 +165,12 @@ int main(int argc, char** argv) {
     const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
     fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(fuseArgv));
     fuse_session* se = fuse_session_new(&args, HubFileSystem::operations(), sizeof(fuse_lowlevel_ops), &fs);
+    fuse_opt_free_args(&args);
+    // libfuse leaves a signal alone when it is ignored on entry, as it is for
+    // background jobs of a non-interactive shell; INT and TERM must always
+    // unmount.
+    ::signal(SIGINT, SIG_DFL);
+    ::signal(SIGTERM, SIG_DFL);
     if (se == nullptr || fuse_set_signal_handlers(se) != 0 || fuse_session_mount(se, mountPoint.c_str()) != 0) {
         fprintf(stderr, "veltohub-sim: cannot mount the hub file system at %s\n", mountPoint.c_str());
         if (se != nullptr) {
