@@ -34,6 +34,10 @@ tsan: deps
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j$(JOBS)
 
+# The service on the built-in simulator: a guided tour with a simulated wearer.
+demo: all
+	@scripts/demo
+
 clean:
 	rm -rf $(BUILD) build-asan build-tsan build-fuzz
 

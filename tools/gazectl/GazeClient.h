@@ -1,0 +1,64 @@
+#ifndef VELTO_GAZECTL_GAZE_CLIENT_H
+#define VELTO_GAZECTL_GAZE_CLIENT_H
+
+#include <stdint.h>
+#include <utils/RefBase.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "service/GazeServiceInterface.h"
+
+namespace velto {
+namespace gazectl {
+
+typedef GazeServiceInterface::EyeGesture EyeGesture;
+
+// One gesture the service reported, with the client's own clock.
+struct GestureEvent {
+    EyeGesture gesture;
+    int64_t endTimeNanos;
+    double secondsSinceStart;
+};
+
+// The service as an application uses it: one listener that keeps every event
+// and lets the caller wait for them.
+class GazeClient : public GazeServiceInterface::GazeListenerInterface {
+public:
+    GazeClient();
+
+    // Obtains and starts the service; false (with the reason on stderr) when
+    // the hardware is missing.
+    bool connect();
+    GazeServiceInterface* service() const { return mService; }
+
+    void onEyeGesture(EyeGesture gesture, int64_t startTimeNanos, int64_t endTimeNanos) override;
+
+    // Called for each event as it arrives, on the sensor thread.
+    void setPrinter(std::function<void(const GestureEvent&)> printer);
+    std::vector<GestureEvent> events() const;
+    // Waits until an event of `gesture` arrives after event number `after`;
+    // true when it did within `timeoutMs`.
+    bool waitForEvent(EyeGesture gesture, size_t after, int timeoutMs);
+    size_t eventCount() const;
+
+    // "WINK", "DOUBLE_BLINK", ... (also lower case and with '-'); false when unknown.
+    static bool parseGesture(const std::string& name, EyeGesture* out);
+    static const char* name(EyeGesture gesture);
+
+private:
+    GazeServiceInterface* mService;
+    mutable std::mutex mLock;
+    std::condition_variable mChanged;
+    std::vector<GestureEvent> mEvents;
+    std::function<void(const GestureEvent&)> mPrinter;
+    int64_t mStartNanos;
+};
+
+}  // namespace gazectl
+}  // namespace velto
+
+#endif  // VELTO_GAZECTL_GAZE_CLIENT_H
