@@ -281,6 +281,9 @@ TEST(VeltohubSimTest, RefusesBadInputAndBusyRootsWithoutMounting) {
     HubSimProcess sim;
     ASSERT_TRUE(sim.start({}, &err)) << err;
     ASSERT_TRUE(sim.mounted());
+    // Another simulator may not take a mounted directory as its root.
+    EXPECT_EQ(run({"--root", SimRoot::mountPoint(sim.root())}, &err), 1);
+    EXPECT_NE(err.find("is already mounted"), std::string::npos) << err;
     kill(sim.pid(), SIGKILL);
     bool gone = false;
     for (int i = 0; i < 400 && !gone; ++i) {

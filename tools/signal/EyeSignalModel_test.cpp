@@ -20,19 +20,21 @@ struct Stream {
     std::vector<int> v;
     std::vector<Label> labels;
 
-    // Largest reading in [from, to].
-    int maxIn(int64_t from, int64_t to) const {
-        int m = -1;
+    std::vector<int> valuesIn(int64_t from, int64_t to) const {
+        std::vector<int> out;
         for (size_t i = 0; i < t.size(); ++i)
-            if (t[i] >= from && t[i] <= to) m = std::max(m, v[i]);
-        return m;
+            if (t[i] >= from && t[i] <= to) out.push_back(v[i]);
+        return out;
+    }
+    int maxIn(int64_t from, int64_t to) const {
+        const std::vector<int> in = valuesIn(from, to);
+        return in.empty() ? -1 : *std::max_element(in.begin(), in.end());
     }
     double meanIn(int64_t from, int64_t to) const {
+        const std::vector<int> in = valuesIn(from, to);
         double sum = 0;
-        int n = 0;
-        for (size_t i = 0; i < t.size(); ++i)
-            if (t[i] >= from && t[i] <= to) sum += v[i], ++n;
-        return n ? sum / n : -1;
+        for (int x : in) sum += x;
+        return in.empty() ? -1 : sum / in.size();
     }
 };
 

@@ -4,8 +4,6 @@
 #include <ftw.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -139,38 +137,13 @@ bool HubSimProcess::start(const Options& o, std::string* error) {
 }
 
 std::string HubSimProcess::command(const std::string& line) {
-    if (mControl < 0) {
-        sockaddr_un addr;
-        memset(&addr, 0, sizeof(addr));
-        addr.sun_family = AF_UNIX;
-        strncpy(addr.sun_path, mSocket.c_str(), sizeof(addr.sun_path) - 1);
-        mControl = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (mControl < 0 || connect(mControl, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-            if (mControl >= 0) close(mControl);
-            mControl = -1;
-            return "ERR cannot connect to " + mSocket;
-        }
-    }
-    const std::string out = line + "\n";
-    if (send(mControl, out.data(), out.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(out.size())) {
-        return "ERR send failed";
-    }
-    std::string reply;
-    char c;
-    while (waitReadable(mControl, 10000) && recv(mControl, &c, 1, 0) == 1) {
-        if (c == '\n') return reply;
-        reply.push_back(c);
-    }
-    close(mControl);
-    mControl = -1;
-    return "ERR no reply";
+    std::string error;
+    if (!mControl.connected() && !mControl.connect(mSocket, &error)) return "ERR " + error;
+    return mControl.command(line);
 }
 
 bool HubSimProcess::stop(std::string* error) {
-    if (mControl >= 0) {
-        close(mControl);
-        mControl = -1;
-    }
+    mControl.close();
     if (mPid <= 0) return true;
     kill(mPid, SIGTERM);
     int status = 0;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/hubsim/ControlClient.h"
+
 namespace velto {
 namespace hubsim {
 
@@ -61,7 +63,7 @@ public:
 
 private:
     pid_t mPid = -1;
-    int mControl = -1;
+    ControlClient mControl;
     std::string mDir;     // temporary directory holding everything
     std::string mRoot;
     std::string mSocket;
