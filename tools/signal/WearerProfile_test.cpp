@@ -1,0 +1,60 @@
+#include "tools/signal/WearerProfile.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace velto {
+namespace signal {
+namespace {
+
+TEST(WearerProfileTest, DrawnWearersStayInsideThePlausibleRanges) {
+    double minBase = 1e9, maxBase = 0;
+    int negativeLooks = 0;
+    for (uint64_t seed = 0; seed < 2000; ++seed) {
+        const WearerProfile w = WearerProfile::draw(seed);
+        ASSERT_GE(w.wornBaseline, 450);
+        ASSERT_LE(w.wornBaseline, 2500);
+        ASSERT_GE(w.offHeadLevel, 50);
+        ASSERT_LE(w.offHeadLevel, 350);
+        ASSERT_GE(w.blinkRatePerMin, 10);
+        ASSERT_LE(w.blinkRatePerMin, 25);
+        ASSERT_GE(w.blinkMs, 100);
+        ASSERT_LE(w.blinkMs, 400);
+        ASSERT_GE(w.winkMs, 300);
+        ASSERT_LE(w.winkMs, 800);
+        // A wink is stronger than the same wearer's blink.
+        ASSERT_GT(w.winkAmplitude, w.blinkAmplitude * 1.2) << seed;
+        ASSERT_GE(std::abs(w.lookShift), 30);
+        ASSERT_LE(std::abs(w.lookShift), 300);
+        minBase = std::min(minBase, w.wornBaseline);
+        maxBase = std::max(maxBase, w.wornBaseline);
+        negativeLooks += w.lookShift < 0;
+    }
+    // The whole range is used, not one corner of it.
+    EXPECT_LT(minBase, 480);
+    EXPECT_GT(maxBase, 2400);
+    EXPECT_GT(negativeLooks, 300);
+    EXPECT_LT(negativeLooks, 500);
+    EXPECT_NE(WearerProfile::draw(1).describe(), WearerProfile::draw(2).describe());
+}
+
+TEST(WearerProfileTest, FieldsArePinnedByNameWithinTheirRange) {
+    WearerProfile w;
+    EXPECT_TRUE(w.set("baseline", 1234));
+    EXPECT_EQ(w.wornBaseline, 1234);
+    EXPECT_TRUE(w.set("look-shift", -80));
+    EXPECT_EQ(w.lookShift, -80);
+    EXPECT_FALSE(w.set("baseline", 20000));
+    EXPECT_FALSE(w.set("blink-rate", -1));
+    EXPECT_FALSE(w.set("noise", std::numeric_limits<double>::quiet_NaN()));
+    EXPECT_FALSE(w.set("shoe-size", 4));
+    EXPECT_EQ(w.wornBaseline, 1234);
+    EXPECT_NE(w.describe().find("baseline=1234 "), std::string::npos);
+}
+
+}  // namespace
+}  // namespace signal
+}  // namespace velto
