@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     velto::hubsim::HubModel hub{velto::hubsim::HubConfig()};
     hub.write("update_fw_enable", "1");
-    for (size_t pos = 0; pos < text.size(); pos += 79) hub.write("update_fw_data", text.substr(pos, 79));
+    for (size_t pos = 0; pos < text.size(); pos += 79)
+        hub.write("update_fw_data", text.substr(pos, 79));
     hub.write("update_fw_enable", size % 2 ? "254" : "0");
     std::string status;
     hub.read("flash_status", &status);

@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     velto::signal::ParseError error;
     if (velto::signal::LabelFile::parse(text, &labels, &error)) {
         std::vector<velto::signal::Label> back;
-        if (!velto::signal::LabelFile::parse(velto::signal::LabelFile::format({}, labels), &back, &error) ||
+        if (!velto::signal::LabelFile::parse(velto::signal::LabelFile::format({}, labels), &back,
+                                             &error) ||
             back.size() != labels.size()) {
             __builtin_trap();
         }

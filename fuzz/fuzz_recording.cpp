@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::string again;
         for (const auto& s : samples) velto::signal::Recording::appendSample(&again, s);
         std::vector<velto::signal::RecordedSample> back;
-        if (!velto::signal::Recording::parse(again, &back, nullptr, &error) || back.size() != samples.size()) {
+        if (!velto::signal::Recording::parse(again, &back, nullptr, &error) ||
+            back.size() != samples.size()) {
             __builtin_trap();
         }
     }

@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         sim.advanceTo(3000000000LL);
     }
     // Every line also as a control command.
-    velto::hubsim::Simulation live(velto::hubsim::Scenario(), velto::hubsim::FirmwareImage::make(1, 0));
+    velto::hubsim::Simulation live(velto::hubsim::Scenario(),
+                                   velto::hubsim::FirmwareImage::make(1, 0));
     int lines = 0;
     for (std::string_view line : velto::signal::splitLines(text)) {
         if (++lines > 32) break;

@@ -29,7 +29,9 @@ bool writeAll(int fd, const std::string& s) {
 }
 }  // namespace
 
-ControlServer::~ControlServer() { stop(); }
+ControlServer::~ControlServer() {
+    stop();
+}
 
 bool ControlServer::start(const std::string& path, Handler handler, std::string* error) {
     sockaddr_un addr;

@@ -38,7 +38,8 @@ void FirmwareUpdater::takeLine(std::string_view line) {
         return;
     }
     if (r.type >= 1 && r.type <= 3) {
-        for (size_t i = 0; i < r.data.size(); ++i) mImage.setByte(r.address + static_cast<uint32_t>(i), r.data[i]);
+        for (size_t i = 0; i < r.data.size(); ++i)
+            mImage.setByte(r.address + static_cast<uint32_t>(i), r.data[i]);
     }
 }
 

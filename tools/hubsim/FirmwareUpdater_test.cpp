@@ -18,7 +18,9 @@ void download(HubModel& hub, const std::string& text, const char* finish) {
         const size_t eol = text.find('\n', pos);
         const size_t lineEnd = eol == std::string::npos ? text.size() : eol + 1;
         for (size_t p = pos; p < lineEnd; p += 79) {
-            ASSERT_EQ(hub.write("update_fw_data", text.substr(p, std::min<size_t>(79, lineEnd - p))), 0);
+            ASSERT_EQ(
+                    hub.write("update_fw_data", text.substr(p, std::min<size_t>(79, lineEnd - p))),
+                    0);
         }
         pos = lineEnd;
     }

@@ -44,12 +44,17 @@ int64_t HubFileSystem::simNowLocked() const {
     return static_cast<int64_t>(static_cast<double>(wall.count()) * mSpeed);
 }
 
-void HubFileSystem::advanceLocked() { mSim->advanceTo(simNowLocked()); }
+void HubFileSystem::advanceLocked() {
+    mSim->advanceTo(simNowLocked());
+}
 
 bool HubFileSystem::interruptOf(const std::string& attribute, Interrupt* which) const {
-    if (attribute == "don_doff") *which = Interrupt::DonDoff;
-    else if (attribute == "wink") *which = Interrupt::Wink;
-    else return false;
+    if (attribute == "don_doff")
+        *which = Interrupt::DonDoff;
+    else if (attribute == "wink")
+        *which = Interrupt::Wink;
+    else
+        return false;
     return true;
 }
 
@@ -57,7 +62,8 @@ std::vector<uint8_t> HubFileSystem::takePacketsLocked(size_t size) {
     std::vector<uint8_t> bytes;
     mSim->hub().takePackets(size / Packet::kBytes, &bytes);
     // A fault may cut a read in the middle of its last packet.
-    if (bytes.size() >= Packet::kBytes && mSim->hub().takePartialRead()) bytes.resize(bytes.size() - 5);
+    if (bytes.size() >= Packet::kBytes && mSim->hub().takePartialRead())
+        bytes.resize(bytes.size() - 5);
     return bytes;
 }
 
@@ -83,10 +89,9 @@ void HubFileSystem::collectLocked(Outbox* out) {
         Handle& h = kv.second;
         if (h.poll == nullptr) continue;
         Interrupt which;
-        const bool ready = h.kind == Kind::Data
-                                   ? hub.queuedPackets() > 0
-                                   : interruptOf(h.attribute, &which) &&
-                                             hub.interruptCount(which) != h.seenEvents;
+        const bool ready = h.kind == Kind::Data ? hub.queuedPackets() > 0
+                                                : interruptOf(h.attribute, &which) &&
+                                                          hub.interruptCount(which) != h.seenEvents;
         if (ready) {
             out->wakeups.push_back(h.poll);
             h.poll = nullptr;
@@ -96,7 +101,8 @@ void HubFileSystem::collectLocked(Outbox* out) {
     mSim->takeLabels(&labels);
     if (mLabelsOut != nullptr && !labels.empty()) {
         std::sort(labels.begin(), labels.end(), signal::labelBefore);
-        for (const signal::Label& l : labels) fputs(signal::LabelFile::formatLine(l).c_str(), mLabelsOut);
+        for (const signal::Label& l : labels)
+            fputs(signal::LabelFile::formatLine(l).c_str(), mLabelsOut);
         fflush(mLabelsOut);
     }
     std::vector<std::string> warnings;
@@ -177,7 +183,8 @@ std::vector<std::pair<std::string, fuse_ino_t>> HubFileSystem::entries(fuse_ino_
     if (dir == kRoot) {
         e = {{"4-0035", kAttrDir}, {"veltohub", kData}, {"power", kPowerDir}};
     } else if (dir == kAttrDir) {
-        for (size_t i = 0; i < mAttributes.size(); ++i) e.emplace_back(mAttributes[i], kAttrBase + i);
+        for (size_t i = 0; i < mAttributes.size(); ++i)
+            e.emplace_back(mAttributes[i], kAttrBase + i);
     } else if (dir == kPowerDir) {
         e = {{"wake_lock", kWakeLock}, {"wake_unlock", kWakeUnlock}};
     }
@@ -218,7 +225,9 @@ void HubFileSystem::fillStat(fuse_ino_t ino, struct stat* st) const {
     }
     HubModel::Access a = HubModel::Access::Read;
     mSim->hub().access(mAttributes[ino - kAttrBase], &a);
-    st->st_mode = S_IFREG | (a == HubModel::Access::Read ? 0444 : a == HubModel::Access::Write ? 0200 : 0644);
+    st->st_mode = S_IFREG | (a == HubModel::Access::Read    ? 0444
+                             : a == HubModel::Access::Write ? 0200
+                                                            : 0644);
 }
 
 // --- operations
@@ -257,7 +266,8 @@ void HubFileSystem::doGetattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info*) {
     fuse_reply_attr(req, &st, kCacheSeconds);
 }
 
-void HubFileSystem::doSetattr(fuse_req_t req, fuse_ino_t ino, struct stat*, int, fuse_file_info* fi) {
+void HubFileSystem::doSetattr(fuse_req_t req, fuse_ino_t ino, struct stat*, int,
+                              fuse_file_info* fi) {
     // Truncation (fopen "w") and time changes mean nothing to an attribute.
     doGetattr(req, ino, fi);
 }
@@ -270,7 +280,8 @@ void HubFileSystem::doOpendir(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi
     fuse_reply_open(req, fi);
 }
 
-void HubFileSystem::doReaddir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t off, fuse_file_info*) {
+void HubFileSystem::doReaddir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t off,
+                              fuse_file_info*) {
     HubFileSystem* fs = self(req);
     std::vector<std::pair<std::string, fuse_ino_t>> list = {{".", ino}, {"..", kRoot}};
     for (const auto& e : fs->entries(ino)) list.push_back(e);
@@ -281,8 +292,9 @@ void HubFileSystem::doReaddir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t
         memset(&st, 0, sizeof(st));
         st.st_ino = list[i].second;
         st.st_mode = fs->isDirectory(list[i].second) ? S_IFDIR : S_IFREG;
-        const size_t need = fuse_add_direntry(req, buf.data() + used, size - used, list[i].first.c_str(),
-                                              &st, static_cast<off_t>(i + 1));
+        const size_t need =
+                fuse_add_direntry(req, buf.data() + used, size - used, list[i].first.c_str(), &st,
+                                  static_cast<off_t>(i + 1));
         if (need > size - used) break;
         used += need;
     }
@@ -312,13 +324,15 @@ void HubFileSystem::doOpen(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
             h.attribute = fs->mAttributes[ino - kAttrBase];
             HubModel::Access a = HubModel::Access::Read;
             fs->mSim->hub().access(h.attribute, &a);
-            if ((wantRead && a == HubModel::Access::Write) || (wantWrite && a == HubModel::Access::Read)) {
+            if ((wantRead && a == HubModel::Access::Write) ||
+                (wantWrite && a == HubModel::Access::Read)) {
                 fuse_reply_err(req, EACCES);
                 return;
             }
             // Like sysfs, a new descriptor waits for the next notification.
             Interrupt which;
-            if (fs->interruptOf(h.attribute, &which)) h.seenEvents = fs->mSim->hub().interruptCount(which);
+            if (fs->interruptOf(h.attribute, &which))
+                h.seenEvents = fs->mSim->hub().interruptCount(which);
         } else {
             fuse_reply_err(req, EISDIR);
             return;

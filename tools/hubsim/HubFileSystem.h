@@ -69,8 +69,8 @@ private:
     struct Handle {
         Kind kind;
         std::string attribute;
-        std::string snapshot;       // the text of the last read at offset 0
-        uint64_t seenEvents = 0;    // interrupt count at the last read (or open)
+        std::string snapshot;     // the text of the last read at offset 0
+        uint64_t seenEvents = 0;  // interrupt count at the last read (or open)
         bool nonBlocking = false;
         fuse_pollhandle* poll = nullptr;
     };
@@ -78,7 +78,7 @@ private:
         fuse_req_t req;
         uint64_t handle;
         size_t size;
-        bool armed;        // the interrupt callback is registered: may be answered
+        bool armed;  // the interrupt callback is registered: may be answered
         bool interrupted;
     };
     // What to send once the lock is released.
@@ -103,9 +103,11 @@ private:
     static void onInterrupt(fuse_req_t req, void* data);
     static void doLookup(fuse_req_t req, fuse_ino_t parent, const char* name);
     static void doGetattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi);
-    static void doSetattr(fuse_req_t req, fuse_ino_t ino, struct stat* attr, int toSet, fuse_file_info* fi);
+    static void doSetattr(fuse_req_t req, fuse_ino_t ino, struct stat* attr, int toSet,
+                          fuse_file_info* fi);
     static void doOpendir(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi);
-    static void doReaddir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t off, fuse_file_info* fi);
+    static void doReaddir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t off,
+                          fuse_file_info* fi);
     static void doOpen(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi);
     static void doRelease(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi);
     static void doRead(fuse_req_t req, fuse_ino_t ino, size_t size, off_t off, fuse_file_info* fi);

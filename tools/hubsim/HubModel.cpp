@@ -106,7 +106,9 @@ std::vector<std::string> HubModel::attributeNames() const {
     return names;
 }
 
-bool HubModel::isAttributeName(std::string_view name) { return find(name) != nullptr; }
+bool HubModel::isAttributeName(std::string_view name) {
+    return find(name) != nullptr;
+}
 
 bool HubModel::hasAttribute(std::string_view name) const {
     if (name == "version" && !mConfig.hasVersion) return false;
@@ -160,8 +162,8 @@ void HubModel::onSample(int64_t simNs, uint16_t reading) {
         raise(Interrupt::DonDoff);
     }
     if (mSettings.winkEnable) {
-        const LowPowerWinkDetector::Result r =
-                mWink.update(simNs, reading, {mSettings.gain, mSettings.winkMin, mSettings.winkMax});
+        const LowPowerWinkDetector::Result r = mWink.update(
+                simNs, reading, {mSettings.gain, mSettings.winkMin, mSettings.winkMax});
         if (r.flag) value |= 0x4000;
         if (r.fire && mSettings.winkFlagEnable) {
             mWinkLatched = true;
@@ -202,7 +204,9 @@ void HubModel::pushToFifo(const Packet& p) {
     }
 }
 
-void HubModel::delayPackets(int64_t ns) { mHoldUntil = mSimNow + ns; }
+void HubModel::delayPackets(int64_t ns) {
+    mHoldUntil = mSimNow + ns;
+}
 
 void HubModel::onDeviceOpen() {
     mFifo.clear();
@@ -283,40 +287,74 @@ int HubModel::peek(std::string_view name, std::string* out) const {
     if (!access(name, &a)) return ENOENT;
     if (a == Access::Write) return EACCES;
     const Settings& s = mSettings;
-    if (name == "name") *out = "veltohub\n";
-    else if (name == "version") *out = versionText();
-    else if (name == "bootloader_version") *out = number(mConfig.bootloaderVersion);
-    else if (name == "prox_version") *out = number(mConfig.proxVersion);
-    else if (name == "pause") *out = number(s.paused);
-    else if (name == "pause_for_audio") *out = number(s.pauseForAudio);
-    else if (name == "led_drive") *out = number(s.ledDrive);
-    else if (name == "passthru_enable") *out = number(s.passthru);
-    else if (name == "don_doff_enable") *out = number(s.donDoffEnable);
-    else if (name == "wink_enable") *out = number(s.winkEnable);
-    else if (name == "wink_flag_enable") *out = number(s.winkFlagEnable);
-    else if (name == "don_threshold") *out = number(s.don);
-    else if (name == "doff_threshold") *out = number(s.doff);
-    else if (name == "don_max_threshold") *out = number(s.donMax);
-    else if (name == "activity_threshold") *out = number(s.activity);
-    else if (name == "detector_gain") *out = number(s.gain);
-    else if (name == "wink_min") *out = number(s.winkMin);
-    else if (name == "wink_max") *out = number(s.winkMax);
-    else if (name == "current_timestamp") *out = number(hubTime());
-    else if (name == "mcu_debug16") *out = number(mDebug.peek());
-    else if (name == "error_code") *out = number(mErrorCode);
-    else if (name == "driver_flags") *out = number(driverFlags());
-    else if (name == "last_timestamp") *out = number(mLastTimestamp);
-    else if (name == "irq") *out = number(kIrqLine);
-    else if (name == "irq_status") *out = number(mIrqStatus);
-    else if (name == "last_irq_status") *out = number(mLastIrqStatus);
-    else if (name == "irq_timestamp") *out = number(mIrqTimestamp);
-    else if (name == "timer_count") *out = number(static_cast<int64_t>(mTimerCount));
-    else if (name == "error_count") *out = number(static_cast<int64_t>(mErrorCount));
-    else if (name == "don_doff") *out = mDonDoff.donned() ? "1\n" : "0\n";
-    else if (name == "wink") *out = mWinkLatched ? "1\n" : "0\n";
-    else if (name == "flash_status") *out = number(mFlashStatus);
-    else if (name == "proxraw") *out = number(mLastReading);
-    else return ENOENT;
+    if (name == "name")
+        *out = "veltohub\n";
+    else if (name == "version")
+        *out = versionText();
+    else if (name == "bootloader_version")
+        *out = number(mConfig.bootloaderVersion);
+    else if (name == "prox_version")
+        *out = number(mConfig.proxVersion);
+    else if (name == "pause")
+        *out = number(s.paused);
+    else if (name == "pause_for_audio")
+        *out = number(s.pauseForAudio);
+    else if (name == "led_drive")
+        *out = number(s.ledDrive);
+    else if (name == "passthru_enable")
+        *out = number(s.passthru);
+    else if (name == "don_doff_enable")
+        *out = number(s.donDoffEnable);
+    else if (name == "wink_enable")
+        *out = number(s.winkEnable);
+    else if (name == "wink_flag_enable")
+        *out = number(s.winkFlagEnable);
+    else if (name == "don_threshold")
+        *out = number(s.don);
+    else if (name == "doff_threshold")
+        *out = number(s.doff);
+    else if (name == "don_max_threshold")
+        *out = number(s.donMax);
+    else if (name == "activity_threshold")
+        *out = number(s.activity);
+    else if (name == "detector_gain")
+        *out = number(s.gain);
+    else if (name == "wink_min")
+        *out = number(s.winkMin);
+    else if (name == "wink_max")
+        *out = number(s.winkMax);
+    else if (name == "current_timestamp")
+        *out = number(hubTime());
+    else if (name == "mcu_debug16")
+        *out = number(mDebug.peek());
+    else if (name == "error_code")
+        *out = number(mErrorCode);
+    else if (name == "driver_flags")
+        *out = number(driverFlags());
+    else if (name == "last_timestamp")
+        *out = number(mLastTimestamp);
+    else if (name == "irq")
+        *out = number(kIrqLine);
+    else if (name == "irq_status")
+        *out = number(mIrqStatus);
+    else if (name == "last_irq_status")
+        *out = number(mLastIrqStatus);
+    else if (name == "irq_timestamp")
+        *out = number(mIrqTimestamp);
+    else if (name == "timer_count")
+        *out = number(static_cast<int64_t>(mTimerCount));
+    else if (name == "error_count")
+        *out = number(static_cast<int64_t>(mErrorCount));
+    else if (name == "don_doff")
+        *out = mDonDoff.donned() ? "1\n" : "0\n";
+    else if (name == "wink")
+        *out = mWinkLatched ? "1\n" : "0\n";
+    else if (name == "flash_status")
+        *out = number(mFlashStatus);
+    else if (name == "proxraw")
+        *out = number(mLastReading);
+    else
+        return ENOENT;
     return 0;
 }
 
@@ -348,9 +386,8 @@ int HubModel::write(std::string_view name, std::string_view text) {
 
 int HubModel::writeSetting(std::string_view name, std::string_view text) {
     uint64_t v = 0;
-    const bool isFlag = name == "pause" || name == "passthru_enable" ||
-                        name == "don_doff_enable" || name == "wink_enable" ||
-                        name == "wink_flag_enable";
+    const bool isFlag = name == "pause" || name == "passthru_enable" || name == "don_doff_enable" ||
+                        name == "wink_enable" || name == "wink_flag_enable";
     const int err = parseUnsigned(text, isFlag ? 0xFFFFFFFFu : 0xFFFF, &v);
     if (err != 0) return err;
     Settings& s = mSettings;
@@ -378,13 +415,20 @@ int HubModel::writeSetting(std::string_view name, std::string_view text) {
         s.gain = static_cast<int>(v);
     } else {
         const uint16_t u = static_cast<uint16_t>(v);
-        if (name == "don_threshold") s.don = u;
-        else if (name == "doff_threshold") s.doff = u;
-        else if (name == "don_max_threshold") s.donMax = u;
-        else if (name == "activity_threshold") s.activity = u;
-        else if (name == "wink_min") s.winkMin = u;
-        else if (name == "wink_max") s.winkMax = u;
-        else return EACCES;
+        if (name == "don_threshold")
+            s.don = u;
+        else if (name == "doff_threshold")
+            s.doff = u;
+        else if (name == "don_max_threshold")
+            s.donMax = u;
+        else if (name == "activity_threshold")
+            s.activity = u;
+        else if (name == "wink_min")
+            s.winkMin = u;
+        else if (name == "wink_max")
+            s.winkMax = u;
+        else
+            return EACCES;
     }
     return 0;
 }

@@ -107,13 +107,13 @@ public:
     void pushDebugWords(const std::vector<uint16_t>& words) { mDebug.append(words); }
 
     struct Stats {
-        uint64_t samples = 0;          // conversions while running
-        uint64_t packetsMade = 0;      // packets for the FIFO while streaming
-        uint64_t packetsDelivered = 0; // taken by readers of the device
-        uint64_t overflows = 0;        // lost because the FIFO was full
-        uint64_t dropped = 0;          // lost to a drop fault
+        uint64_t samples = 0;           // conversions while running
+        uint64_t packetsMade = 0;       // packets for the FIFO while streaming
+        uint64_t packetsDelivered = 0;  // taken by readers of the device
+        uint64_t overflows = 0;         // lost because the FIFO was full
+        uint64_t dropped = 0;           // lost to a drop fault
         uint64_t duplicated = 0;
-        uint64_t flashes = 0;          // successful flashes
+        uint64_t flashes = 0;  // successful flashes
     };
     Stats stats() const;
 

@@ -57,7 +57,8 @@ TEST(HubModelTest, AttributesReadAndWriteAsTextLikeKernelAttributes) {
     EXPECT_EQ(hub.read("update_fw_enable", &v), EACCES);
     EXPECT_EQ(hub.read("no_such", &v), ENOENT);
     EXPECT_EQ(get(hub, "don_threshold"), "600\n");  // refused writes change nothing
-    EXPECT_EQ(hub.writesTo("don_threshold"), (std::vector<std::string>{"600", "abc", " 5", "", "65536"}));
+    EXPECT_EQ(hub.writesTo("don_threshold"),
+              (std::vector<std::string>{"600", "abc", " 5", "", "65536"}));
 
     HubConfig absent;
     absent.hasVersion = false;

@@ -9,7 +9,9 @@ namespace {
 const double kBaselineWeight = 1.0 / 32;  // about one second at 32 Hz
 }
 
-void LowPowerWinkDetector::reset() { *this = LowPowerWinkDetector(); }
+void LowPowerWinkDetector::reset() {
+    *this = LowPowerWinkDetector();
+}
 
 LowPowerWinkDetector::Result LowPowerWinkDetector::update(int64_t tNs, uint16_t reading,
                                                           const Params& p) {

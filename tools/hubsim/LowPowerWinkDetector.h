@@ -15,9 +15,9 @@ namespace hubsim {
 // coarse filter: the library confirms each wink on the full stream.
 class LowPowerWinkDetector {
 public:
-    static constexpr int64_t kMinDurationNs = 200000000;    // longer than most blinks
-    static constexpr int64_t kMaxDurationNs = 1200000000;   // longer: a level shift, not a wink
-    static constexpr int kOnsetFloor = 24;                  // rise that opens a closure (raw units)
+    static constexpr int64_t kMinDurationNs = 200000000;   // longer than most blinks
+    static constexpr int64_t kMaxDurationNs = 1200000000;  // longer: a level shift, not a wink
+    static constexpr int kOnsetFloor = 24;                 // rise that opens a closure (raw units)
 
     struct Params {
         int gain = 2;

@@ -18,16 +18,27 @@ int hexDigit(char c) {
 
 int SRecord::addressBytes(int type) {
     switch (type) {
-        case 0: case 1: case 5: case 9: return 2;
-        case 2: case 6: case 8: return 3;
-        case 3: case 7: return 4;
-        default: return 0;
+        case 0:
+        case 1:
+        case 5:
+        case 9:
+            return 2;
+        case 2:
+        case 6:
+        case 8:
+            return 3;
+        case 3:
+        case 7:
+            return 4;
+        default:
+            return 0;
     }
 }
 
 SRecord::Status SRecord::parse(std::string_view line, SRecord* out) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (line.size() < 4 || line[0] != 'S' || line[1] < '0' || line[1] > '9') return Status::BadFormat;
+    if (line.size() < 4 || line[0] != 'S' || line[1] < '0' || line[1] > '9')
+        return Status::BadFormat;
     const int type = line[1] - '0';
     const int addrBytes = addressBytes(type);
     if (addrBytes == 0 || line.size() % 2 != 0) return Status::BadFormat;
@@ -40,7 +51,8 @@ SRecord::Status SRecord::parse(std::string_view line, SRecord* out) {
     }
     // bytes: count, address, data, checksum.
     const size_t count = bytes[0];
-    if (count + 1 != bytes.size() || count < static_cast<size_t>(addrBytes) + 1) return Status::BadLength;
+    if (count + 1 != bytes.size() || count < static_cast<size_t>(addrBytes) + 1)
+        return Status::BadLength;
     unsigned sum = 0;
     for (size_t i = 0; i + 1 < bytes.size(); ++i) sum += bytes[i];
     if (static_cast<uint8_t>(~sum) != bytes.back()) return Status::BadChecksum;
@@ -56,7 +68,8 @@ std::string SRecord::format(int type, uint32_t address, const std::vector<uint8_
     if (addrBytes == 0 || data.size() + addrBytes + 1 > 255) return "";
     std::vector<uint8_t> bytes;
     bytes.push_back(static_cast<uint8_t>(data.size() + addrBytes + 1));
-    for (int i = addrBytes - 1; i >= 0; --i) bytes.push_back(static_cast<uint8_t>(address >> (8 * i)));
+    for (int i = addrBytes - 1; i >= 0; --i)
+        bytes.push_back(static_cast<uint8_t>(address >> (8 * i)));
     bytes.insert(bytes.end(), data.begin(), data.end());
     unsigned sum = 0;
     for (uint8_t b : bytes) sum += b;

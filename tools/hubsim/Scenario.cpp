@@ -39,7 +39,8 @@ bool parseEventArgs(const std::vector<std::string_view>& w, signal::SignalEvent*
             e->amount = amount;
             haveAmount = true;
         } else if (ScenarioParser::parseDuration(w[i], false, &ns)) {
-            if (haveDuration || ns <= 0) return fail(error, "bad or repeated duration '" + std::string(w[i]) + "'");
+            if (haveDuration || ns <= 0)
+                return fail(error, "bad or repeated duration '" + std::string(w[i]) + "'");
             e->durationNs = ns;
             haveDuration = true;
         } else {
@@ -97,7 +98,8 @@ bool parseFault(const std::vector<std::string_view>& w, Action* a, std::string* 
     }
     if (kind == "flash") {
         a->fault = F::Flash;
-        if (n != 3 || !parseCount(w[2], 1, 65535, &a->count)) return fail(error, "usage: fault flash STATUS");
+        if (n != 3 || !parseCount(w[2], 1, 65535, &a->count))
+            return fail(error, "usage: fault flash STATUS");
         return true;
     }
     return fail(error, "unknown fault '" + std::string(kind) + "'");
@@ -139,12 +141,14 @@ bool parseSetting(const std::vector<std::string_view>& w, Scenario* s, bool* han
         return true;
     }
     if (key == "start") {
-        if (n != 2 || (w[1] != "worn" && w[1] != "off")) return fail(error, "usage: start worn|off");
+        if (n != 2 || (w[1] != "worn" && w[1] != "off"))
+            return fail(error, "usage: start worn|off");
         s->startWorn = w[1] == "worn";
         return true;
     }
     if (key == "spontaneous") {
-        if (n != 2 || (w[1] != "on" && w[1] != "off")) return fail(error, "usage: spontaneous on|off");
+        if (n != 2 || (w[1] != "on" && w[1] != "off"))
+            return fail(error, "usage: spontaneous on|off");
         s->spontaneous = w[1] == "on";
         return true;
     }
@@ -163,11 +167,13 @@ bool parseSetting(const std::vector<std::string_view>& w, Scenario* s, bool* han
             s->hasVersionOverride = true;
             return true;
         }
-        if ((what == "bootloader" || what == "prox-version") && n == 3 && parseCount(w[2], 0, 1000000, &v)) {
+        if ((what == "bootloader" || what == "prox-version") && n == 3 &&
+            parseCount(w[2], 0, 1000000, &v)) {
             (what == "bootloader" ? s->bootloaderVersion : s->proxVersion) = static_cast<int>(v);
             return true;
         }
-        if (what == "clock" && n == 3 && ScenarioParser::parseDuration(w[2], false, &s->clockStartNs)) {
+        if (what == "clock" && n == 3 &&
+            ScenarioParser::parseDuration(w[2], false, &s->clockStartNs)) {
             return true;
         }
         if (what == "set" && n == 4 && HubModel::isAttributeName(w[2])) {
@@ -215,7 +221,8 @@ bool ScenarioParser::parseAction(const std::vector<std::string_view>& w, Action*
     }
     if (verb == "fault") return parseFault(w, a, error);
     if (verb == "set") {
-        if (w.size() != 3 || !HubModel::isAttributeName(w[1])) return fail(error, "usage: set ATTRIBUTE VALUE");
+        if (w.size() != 3 || !HubModel::isAttributeName(w[1]))
+            return fail(error, "usage: set ATTRIBUTE VALUE");
         a->type = Action::Type::Set;
         a->target = std::string(w[1]);
         a->value = std::string(w[2]);
@@ -266,7 +273,8 @@ bool ScenarioParser::parse(std::string_view text, Scenario* out, signal::ParseEr
             }
             t.atNs = relative ? last + at : at;
             last = t.atNs;
-            if (!parseAction(std::vector<std::string_view>(w.begin() + 2, w.end()), &t.action, &why)) {
+            if (!parseAction(std::vector<std::string_view>(w.begin() + 2, w.end()), &t.action,
+                             &why)) {
                 *error = {lineNo, why};
                 return false;
             }
@@ -279,7 +287,8 @@ bool ScenarioParser::parse(std::string_view text, Scenario* out, signal::ParseEr
             return false;
         }
         if (!handled) {
-            *error = {lineNo, "unknown line '" + std::string(w[0]) + "' (settings, or 'at TIME ACTION')"};
+            *error = {lineNo,
+                      "unknown line '" + std::string(w[0]) + "' (settings, or 'at TIME ACTION')"};
             return false;
         }
     }

@@ -24,10 +24,11 @@ struct Action {
     Type type = Type::Signal;
     signal::SignalEvent event;  // Signal: start time filled in when it runs
     Fault fault = Fault::Eio;
-    std::string target;         // Eio: attribute or "veltohub"; Storm: "don_doff" or "wink"; Set: attribute
-    std::string value;          // Set: the text written
-    int64_t count = 0;          // Eio (-1 = until cleared), Drop, Duplicate, Storm, Partial, Flash (status)
-    int64_t ns = 0;             // Late, Jump, Storm (spread)
+    std::string
+            target;     // Eio: attribute or "veltohub"; Storm: "don_doff" or "wink"; Set: attribute
+    std::string value;  // Set: the text written
+    int64_t count = 0;  // Eio (-1 = until cleared), Drop, Duplicate, Storm, Partial, Flash (status)
+    int64_t ns = 0;     // Late, Jump, Storm (spread)
     std::vector<uint16_t> words;  // Debug
 };
 
@@ -52,7 +53,7 @@ struct Scenario {
     int proxVersion = 17;
     int64_t clockStartNs = 1000000000;
     std::vector<std::pair<std::string, std::string>> hubSettings;  // written before the start
-    std::vector<TimedAction> actions;  // in time order
+    std::vector<TimedAction> actions;                              // in time order
 };
 
 class ScenarioParser {

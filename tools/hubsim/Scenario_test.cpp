@@ -75,7 +75,8 @@ TEST(ScenarioParserTest, MalformedLinesAreRejectedWithTheirLineNumber) {
     for (const char* line : bad) {
         Scenario s;
         signal::ParseError error;
-        EXPECT_FALSE(ScenarioParser::parse(std::string("seed 1\n\n") + line + "\n", &s, &error)) << line;
+        EXPECT_FALSE(ScenarioParser::parse(std::string("seed 1\n\n") + line + "\n", &s, &error))
+                << line;
         EXPECT_EQ(error.line, 3) << line;
         EXPECT_FALSE(error.message.empty()) << line;
     }

@@ -35,7 +35,9 @@ bool makeDirs(const std::string& path) {
     return true;
 }
 
-std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+std::string parentOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
 
 bool copyFile(const std::string& from, const std::string& to) {
     std::ifstream in(from, std::ios::binary);
@@ -90,7 +92,8 @@ bool SimRoot::isMountPoint(const std::string& path) {
     while (std::getline(info, line)) {
         // Fields: id, parent, major:minor, root, mount point, ...
         size_t pos = 0;
-        for (int field = 0; field < 4 && pos != std::string::npos; ++field) pos = line.find(' ', pos + 1);
+        for (int field = 0; field < 4 && pos != std::string::npos; ++field)
+            pos = line.find(' ', pos + 1);
         if (pos == std::string::npos) continue;
         const size_t end = line.find(' ', pos + 1);
         if (unescape(line.substr(pos + 1, end - pos - 1)) == path) return true;
@@ -138,8 +141,8 @@ bool SimRoot::claim(const std::string& root, std::string* absolute, std::string*
     return true;
 }
 
-bool SimRoot::populate(const std::string& root, const std::string& gazeEtc, const std::string& firmware,
-                       std::string* error) {
+bool SimRoot::populate(const std::string& root, const std::string& gazeEtc,
+                       const std::string& firmware, std::string* error) {
     for (const char* dir : {"/data/system/gaze", "/system/etc/gaze", "/system/vendor/firmware"}) {
         if (!makeDirs(root + dir)) {
             *error = std::string("cannot create ") + root + dir + ": " + strerror(errno);

@@ -17,7 +17,9 @@ public:
     // Takes `root` for a simulator: creates it when missing; refuses one that
     // is not empty or is a mount point. Sets `absolute` to its real path.
     static bool claim(const std::string& root, std::string* absolute, std::string* error);
-    static std::string mountPoint(const std::string& absoluteRoot) { return absoluteRoot + "/.veltohub"; }
+    static std::string mountPoint(const std::string& absoluteRoot) {
+        return absoluteRoot + "/.veltohub";
+    }
     // Lays out the tree once the file system is mounted: directories, the
     // detector files copied from `gazeEtc` (if it exists), the firmware image
     // and the links into the mount.

@@ -23,8 +23,8 @@ HubConfig hubConfigFor(const Scenario& s, const FirmwareImage& image) {
     int major = 0, minor = 0;
     // A hub at another version runs another image: its bytes differ from the
     // shipped one, so a verification fails as well.
-    if (s.hasVersionOverride && (!image.version(&major, &minor) ||
-                                 major != s.versionMajor || minor != s.versionMinor)) {
+    if (s.hasVersionOverride &&
+        (!image.version(&major, &minor) || major != s.versionMajor || minor != s.versionMinor)) {
         c.installed = FirmwareImage::make(s.versionMajor, s.versionMinor);
     }
     c.hasVersion = !s.noVersion;
@@ -34,7 +34,9 @@ HubConfig hubConfigFor(const Scenario& s, const FirmwareImage& image) {
     return c;
 }
 
-std::string u64(uint64_t v) { return std::to_string(v); }
+std::string u64(uint64_t v) {
+    return std::to_string(v);
+}
 
 }  // namespace
 
@@ -42,8 +44,8 @@ Simulation::Simulation(const Scenario& scenario, const FirmwareImage& image)
     : mHub(hubConfigFor(scenario, image)), mActions(scenario.actions) {
     signal::WearerProfile wearer = signal::WearerProfile::draw(scenario.seed);
     for (const auto& kv : scenario.wearer) wearer.set(kv.first, kv.second);
-    mModel = std::make_unique<signal::EyeSignalModel>(wearer, signal::Rng::derive(scenario.seed, 20),
-                                                      0, scenario.startWorn);
+    mModel = std::make_unique<signal::EyeSignalModel>(
+            wearer, signal::Rng::derive(scenario.seed, 20), 0, scenario.startWorn);
     mModel->setSpontaneous(scenario.spontaneous);
     mClock = std::make_unique<signal::SampleClock>(kFirstSampleNs, wearer.clockPpm, wearer.jitterMs,
                                                    wearer.sampleLossPerHour,
@@ -52,7 +54,8 @@ Simulation::Simulation(const Scenario& scenario, const FirmwareImage& image)
 }
 
 Simulation::Simulation(const Scenario& scenario, const FirmwareImage& image,
-                       std::vector<signal::RecordedSample> samples, std::vector<signal::Label> labels)
+                       std::vector<signal::RecordedSample> samples,
+                       std::vector<signal::Label> labels)
     : mHub([&] {
           Scenario s = scenario;
           // The hub clock starts where the recording does, so the replayed
@@ -144,23 +147,40 @@ bool Simulation::run(const Action& a, std::string* error, signal::Label* span) {
         }
         case Action::Type::Fault:
             switch (a.fault) {
-                case Action::Fault::Eio: mHub.failOperations(a.target, static_cast<int>(a.count)); break;
-                case Action::Fault::Drop: mHub.dropPackets(static_cast<int>(a.count)); break;
-                case Action::Fault::Duplicate: mHub.duplicatePackets(static_cast<int>(a.count)); break;
-                case Action::Fault::Late: mHub.delayPackets(a.ns); break;
-                case Action::Fault::Jump: mHub.jumpClock(a.ns); break;
-                case Action::Fault::Reset: mHub.reset(); break;
+                case Action::Fault::Eio:
+                    mHub.failOperations(a.target, static_cast<int>(a.count));
+                    break;
+                case Action::Fault::Drop:
+                    mHub.dropPackets(static_cast<int>(a.count));
+                    break;
+                case Action::Fault::Duplicate:
+                    mHub.duplicatePackets(static_cast<int>(a.count));
+                    break;
+                case Action::Fault::Late:
+                    mHub.delayPackets(a.ns);
+                    break;
+                case Action::Fault::Jump:
+                    mHub.jumpClock(a.ns);
+                    break;
+                case Action::Fault::Reset:
+                    mHub.reset();
+                    break;
                 case Action::Fault::Storm:
                     mHub.storm(a.target == "wink" ? Interrupt::Wink : Interrupt::DonDoff,
                                static_cast<int>(a.count), a.ns);
                     break;
-                case Action::Fault::Partial: mHub.cutNextReads(static_cast<int>(a.count)); break;
-                case Action::Fault::Flash: mHub.forceFlashStatus(static_cast<int>(a.count)); break;
+                case Action::Fault::Partial:
+                    mHub.cutNextReads(static_cast<int>(a.count));
+                    break;
+                case Action::Fault::Flash:
+                    mHub.forceFlashStatus(static_cast<int>(a.count));
+                    break;
             }
             return true;
         case Action::Type::Set: {
             const int err = mHub.write(a.target, a.value);
-            if (err != 0) *error = "set " + a.target + " refused (errno " + std::to_string(err) + ")";
+            if (err != 0)
+                *error = "set " + a.target + " refused (errno " + std::to_string(err) + ")";
             return err == 0;
         }
         case Action::Type::Debug:
@@ -203,7 +223,8 @@ std::string Simulation::query(const std::vector<std::string_view>& w) {
                " duplicated=" + u64(s.duplicated) + " flashes=" + u64(s.flashes) +
                " don_doff_irqs=" + u64(mHub.interruptCount(Interrupt::DonDoff)) +
                " wink_irqs=" + u64(mHub.interruptCount(Interrupt::Wink)) +
-               " donned=" + (mHub.donned() ? "1" : "0") + " hub_time=" + std::to_string(mHub.hubTime()) +
+               " donned=" + (mHub.donned() ? "1" : "0") +
+               " hub_time=" + std::to_string(mHub.hubTime()) +
                " sim_time=" + std::to_string(mHub.simNow());
     }
     return "";

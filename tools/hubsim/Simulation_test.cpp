@@ -69,9 +69,10 @@ TEST(SimulationTest, ControlCommandsDriveTheWearerAndAnswerQueries) {
 
 TEST(SimulationTest, ReplayKeepsTheRecordedTimeStampsAndReadings) {
     std::vector<signal::RecordedSample> rec;
-    for (int i = 0; i < 10; ++i) rec.push_back({50 * kSec + i * 31250000LL, static_cast<uint16_t>(600 + i), false});
-    Simulation sim(parse("hub set pause 0\nhub set passthru_enable 1\n"), FirmwareImage::make(1, 0), rec,
-                   {{50 * kSec, 51 * kSec, signal::LabelKind::Blink}});
+    for (int i = 0; i < 10; ++i)
+        rec.push_back({50 * kSec + i * 31250000LL, static_cast<uint16_t>(600 + i), false});
+    Simulation sim(parse("hub set pause 0\nhub set passthru_enable 1\n"), FirmwareImage::make(1, 0),
+                   rec, {{50 * kSec, 51 * kSec, signal::LabelKind::Blink}});
     sim.advanceTo(10 * kSec);
     EXPECT_TRUE(sim.replayFinished());
     std::vector<uint8_t> bytes;

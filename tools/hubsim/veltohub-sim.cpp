@@ -42,7 +42,9 @@ bool readFile(const std::string& path, std::string* text) {
     return true;
 }
 
-bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+bool exists(const std::string& path) {
+    return access(path.c_str(), R_OK) == 0;
+}
 
 std::string executableDir() {
     char buf[PATH_MAX];
@@ -108,14 +110,18 @@ int main(int argc, char** argv) {
     std::string text;
     FirmwareImage image;
     int badLine = 0;
-    if (!readFile(firmwarePath, &text)) return badInput(firmwarePath, 0, "cannot read the firmware image");
-    if (!FirmwareImage::fromText(text, &image, &badLine)) return badInput(firmwarePath, badLine, "bad S-record");
+    if (!readFile(firmwarePath, &text))
+        return badInput(firmwarePath, 0, "cannot read the firmware image");
+    if (!FirmwareImage::fromText(text, &image, &badLine))
+        return badInput(firmwarePath, badLine, "bad S-record");
 
     Scenario scenario;
     signal::ParseError perr;
     if (!scenarioFile.empty()) {
-        if (!readFile(scenarioFile, &text)) return badInput(scenarioFile, 0, "cannot read the scenario");
-        if (!ScenarioParser::parse(text, &scenario, &perr)) return badInput(scenarioFile, perr.line, perr.message);
+        if (!readFile(scenarioFile, &text))
+            return badInput(scenarioFile, 0, "cannot read the scenario");
+        if (!ScenarioParser::parse(text, &scenario, &perr))
+            return badInput(scenarioFile, perr.line, perr.message);
     } else {
         // Without a scenario: a wearer whose readings suit the hub's default
         // thresholds, wearing the device.
@@ -125,13 +131,15 @@ int main(int argc, char** argv) {
     if (!replayFile.empty()) {
         std::vector<signal::RecordedSample> samples;
         std::vector<signal::Label> labels;
-        if (!readFile(replayFile, &text)) return badInput(replayFile, 0, "cannot read the recording");
+        if (!readFile(replayFile, &text))
+            return badInput(replayFile, 0, "cannot read the recording");
         if (!signal::Recording::parse(text, &samples, nullptr, &perr)) {
             return badInput(replayFile, perr.line, perr.message);
         }
-        const std::string base = replayFile.size() > 4 && replayFile.substr(replayFile.size() - 4) == ".txt"
-                                         ? replayFile.substr(0, replayFile.size() - 4)
-                                         : replayFile;
+        const std::string base =
+                replayFile.size() > 4 && replayFile.substr(replayFile.size() - 4) == ".txt"
+                        ? replayFile.substr(0, replayFile.size() - 4)
+                        : replayFile;
         const std::string labelsFile = base + ".labels";
         if (readFile(labelsFile, &text) && !signal::LabelFile::parse(text, &labels, &perr)) {
             return badInput(labelsFile, perr.line, perr.message);
@@ -164,15 +172,18 @@ int main(int argc, char** argv) {
     // auto_unmount: a helper unmounts even if this process is killed.
     const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
     fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(fuseArgv));
-    fuse_session* se = fuse_session_new(&args, HubFileSystem::operations(), sizeof(fuse_lowlevel_ops), &fs);
+    fuse_session* se =
+            fuse_session_new(&args, HubFileSystem::operations(), sizeof(fuse_lowlevel_ops), &fs);
     fuse_opt_free_args(&args);
     // libfuse leaves a signal alone when it is ignored on entry, as it is for
     // background jobs of a non-interactive shell; INT and TERM must always
     // unmount.
     ::signal(SIGINT, SIG_DFL);
     ::signal(SIGTERM, SIG_DFL);
-    if (se == nullptr || fuse_set_signal_handlers(se) != 0 || fuse_session_mount(se, mountPoint.c_str()) != 0) {
-        fprintf(stderr, "veltohub-sim: cannot mount the hub file system at %s\n", mountPoint.c_str());
+    if (se == nullptr || fuse_set_signal_handlers(se) != 0 ||
+        fuse_session_mount(se, mountPoint.c_str()) != 0) {
+        fprintf(stderr, "veltohub-sim: cannot mount the hub file system at %s\n",
+                mountPoint.c_str());
         if (se != nullptr) {
             fuse_remove_signal_handlers(se);
             fuse_session_destroy(se);
@@ -186,7 +197,8 @@ int main(int argc, char** argv) {
     ControlServer control;
     bool ok = SimRoot::populate(absRoot, gazeEtc, firmwarePath, &error);
     if (ok && !controlPath.empty()) {
-        ok = control.start(controlPath, [&fs](const std::string& line) { return fs.control(line); }, &error);
+        ok = control.start(
+                controlPath, [&fs](const std::string& line) { return fs.control(line); }, &error);
     }
     std::atomic<bool> stopping{false};
     std::mutex tickLock;
@@ -206,10 +218,12 @@ int main(int argc, char** argv) {
             }
         });
         if (readyFd >= 0) {
-            if (write(readyFd, "ready\n", 6) != 6 && verbose) fprintf(stderr, "veltohub-sim: ready-fd write failed\n");
+            if (write(readyFd, "ready\n", 6) != 6 && verbose)
+                fprintf(stderr, "veltohub-sim: ready-fd write failed\n");
             close(readyFd);
         }
-        if (verbose) fprintf(stderr, "veltohub-sim: ready, hub mounted at %s\n", mountPoint.c_str());
+        if (verbose)
+            fprintf(stderr, "veltohub-sim: ready, hub mounted at %s\n", mountPoint.c_str());
         fuse_loop_config* cfg = fuse_loop_cfg_create();
         fuse_loop_cfg_set_max_threads(cfg, 16);
         fuse_loop_cfg_set_idle_threads(cfg, 4);

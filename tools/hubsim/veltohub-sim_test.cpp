@@ -51,7 +51,9 @@ struct Attr {
     }
 };
 
-Attr attr(const HubSimProcess& sim, const char* name) { return {sim.root() + kAttrs + name}; }
+Attr attr(const HubSimProcess& sim, const char* name) {
+    return {sim.root() + kAttrs + name};
+}
 
 struct Packet {
     uint64_t ts;
@@ -76,7 +78,9 @@ TEST(VeltohubSimTest, StartsFastAndStreamsPacketsAtThirtyTwoHertzOfHubTime) {
     o.speed = 8;
     const auto t0 = std::chrono::steady_clock::now();
     ASSERT_TRUE(sim.start(o, &error)) << error;
-    const double startMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+    const double startMs =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
+                    .count();
     EXPECT_LT(startMs, 1000);
     EXPECT_TRUE(sim.mounted());
 
@@ -299,7 +303,8 @@ TEST(VeltohubSimTest, EveryShippedScenarioRunsAndQuitEndsTheSimulator) {
     std::vector<std::string> files;
     while (dirent* e = readdir(d)) {
         const std::string n = e->d_name;
-        if (n.size() > 4 && n.substr(n.size() - 4) == ".txt") files.push_back(scenarioDir() + "/" + n);
+        if (n.size() > 4 && n.substr(n.size() - 4) == ".txt")
+            files.push_back(scenarioDir() + "/" + n);
     }
     closedir(d);
     EXPECT_GE(files.size(), 5u);

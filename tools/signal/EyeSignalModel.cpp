@@ -23,7 +23,9 @@ double smooth(double u) {
     return 0.5 - 0.5 * std::cos(kPi * u);
 }
 
-int64_t msToNs(double ms) { return static_cast<int64_t>(std::llround(ms * 1e6)); }
+int64_t msToNs(double ms) {
+    return static_cast<int64_t>(std::llround(ms * 1e6));
+}
 
 // Shape of one closure, 0..1 over u in [0, 1]: the lid comes down quickly,
 // may stay closed, and opens more slowly.
@@ -153,7 +155,8 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
             WearChange c{};
             c.start = s;
             c.toWorn = toWorn;
-            const double dur = given ? e.durationNs : (toWorn ? r.uniform(0.4, 1.2) : r.uniform(0.3, 1.0)) * kSec;
+            const double dur = given ? e.durationNs
+                                     : (toWorn ? r.uniform(0.4, 1.2) : r.uniform(0.3, 1.0)) * kSec;
             c.end = s + static_cast<int64_t>(dur);
             c.offLevel = toWorn ? st.offLevel : (hasAmount ? e.amount : w.offHeadLevel);
             c.wobble = 0.08 * w.wornBaseline * r.uniform(0.5, 1.5);
@@ -176,27 +179,36 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
         case SignalEventKind::DoubleBlink: {
             int64_t dur;
             if (e.kind == SignalEventKind::Blink) {
-                dur = given ? e.durationNs : msToNs(r.clampedNormal(w.blinkMs, 0.2 * w.blinkMs, 100, 400));
+                dur = given ? e.durationNs
+                            : msToNs(r.clampedNormal(w.blinkMs, 0.2 * w.blinkMs, 100, 400));
             } else if (e.kind == SignalEventKind::Wink) {
-                dur = given ? e.durationNs : msToNs(r.clampedNormal(w.winkMs, 0.12 * w.winkMs, 300, 800));
+                dur = given ? e.durationNs
+                            : msToNs(r.clampedNormal(w.winkMs, 0.12 * w.winkMs, 300, 800));
             } else if (e.kind == SignalEventKind::Squint) {
                 dur = given ? e.durationNs : msToNs(r.uniform(500, 1500));
             } else {
                 dur = given ? e.durationNs
-                            : msToNs(2 * std::clamp(std::min(w.blinkMs, 220.0) * r.uniform(0.75, 1.0), 100.0, 260.0) +
-                                     r.clampedNormal(w.doubleBlinkGapMs, 0.25 * w.doubleBlinkGapMs, 40, 400));
+                            : msToNs(2 * std::clamp(
+                                                 std::min(w.blinkMs, 220.0) * r.uniform(0.75, 1.0),
+                                                 100.0, 260.0) +
+                                     r.clampedNormal(w.doubleBlinkGapMs, 0.25 * w.doubleBlinkGapMs,
+                                                     40, 400));
             }
             if (!fullyWornDuring(s, s + dur)) return fail("the device is not on the head then");
             if (eyeBusy(s, s + dur)) return fail("overlaps another gesture");
             if (e.kind == SignalEventKind::Blink) {
-                const double amp = hasAmount ? e.amount : w.blinkAmplitude * r.clampedNormal(1, 0.15, 0.6, 1.4);
+                const double amp = hasAmount
+                                           ? e.amount
+                                           : w.blinkAmplitude * r.clampedNormal(1, 0.15, 0.6, 1.4);
                 addLid(s, dur, amp, 0.3, 0.1, 0, false);
                 main = {s, s + dur, LabelKind::Blink};
             } else if (e.kind == SignalEventKind::Wink) {
                 // Deliberate winks of one wearer are alike in strength; the
                 // squeeze adds a ripple while the lid is held shut.
-                const double amp = hasAmount ? e.amount : w.winkAmplitude * r.clampedNormal(1, 0.07, 0.8, 1.2);
-                addLid(s, dur, amp, r.uniform(0.18, 0.26), r.uniform(0.38, 0.5), r.uniform(0.02, 0.08), true);
+                const double amp =
+                        hasAmount ? e.amount : w.winkAmplitude * r.clampedNormal(1, 0.07, 0.8, 1.2);
+                addLid(s, dur, amp, r.uniform(0.18, 0.26), r.uniform(0.38, 0.5),
+                       r.uniform(0.02, 0.08), true);
                 main = {s, s + dur, LabelKind::Wink};
             } else if (e.kind == SignalEventKind::Squint) {
                 const double amp = hasAmount ? e.amount : w.winkAmplitude * r.uniform(0.25, 0.45);
@@ -218,16 +230,20 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
             break;
         }
         case SignalEventKind::Look: {
-            const int64_t dwell = given ? e.durationNs : static_cast<int64_t>(w.lookDwellSec * r.uniform(0.5, 1.5) * kSec);
-            const double tr = std::min(r.clampedNormal(w.lookTransitionMs, 0.2 * w.lookTransitionMs, 50, 400) * 1e6,
-                                       dwell * 0.5);
+            const int64_t dwell =
+                    given ? e.durationNs
+                          : static_cast<int64_t>(w.lookDwellSec * r.uniform(0.5, 1.5) * kSec);
+            const double tr = std::min(
+                    r.clampedNormal(w.lookTransitionMs, 0.2 * w.lookTransitionMs, 50, 400) * 1e6,
+                    dwell * 0.5);
             const int64_t away = s + dwell;
             const int64_t end = away + static_cast<int64_t>(tr);
             if (!fullyWornDuring(s, end)) return fail("the device is not on the head then");
             for (const LookShift& l : mLooks) {
                 if (l.start < end && l.end > s) return fail("overlaps another look");
             }
-            const double shift = hasAmount ? e.amount : w.lookShift * r.clampedNormal(1, 0.12, 0.7, 1.3);
+            const double shift =
+                    hasAmount ? e.amount : w.lookShift * r.clampedNormal(1, 0.12, 0.7, 1.3);
             mLooks.push_back({s, away, end, shift, tr, r.uniform(0, 2 * kPi)});
             main = {s, away, LabelKind::LookAtScreen};
             addLabel(s, away, LabelKind::LookAtScreen);
@@ -235,7 +251,8 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
             break;
         }
         case SignalEventKind::HeadMotion: {
-            const int64_t dur = given ? e.durationNs : static_cast<int64_t>(r.uniform(0.5, 4) * kSec);
+            const int64_t dur =
+                    given ? e.durationNs : static_cast<int64_t>(r.uniform(0.5, 4) * kSec);
             Motion m{};
             m.start = s;
             m.end = s + dur;
@@ -261,9 +278,11 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
             } else if (hasAmount) {
                 delta = e.amount;
             } else {
-                delta = w.wornBaseline * w.slipShare * r.uniform(0.5, 1.5) * (r.chance(0.5) ? 1 : -1);
+                delta = w.wornBaseline * w.slipShare * r.uniform(0.5, 1.5) *
+                        (r.chance(0.5) ? 1 : -1);
             }
-            const int64_t dur = given ? e.durationNs : static_cast<int64_t>(r.uniform(0.3, 1.5) * kSec);
+            const int64_t dur =
+                    given ? e.durationNs : static_cast<int64_t>(r.uniform(0.3, 1.5) * kSec);
             mSlips.push_back({s, s + dur, delta});
             main = {s, s + dur, LabelKind::Slip};
             addLabel(main.startNs, main.endNs, main.kind);
@@ -298,13 +317,15 @@ void EyeSignalModel::runSpontaneous(int64_t t) {
     }
     auto poisson = [&](int64_t* next, double perMinute) {
         const int64_t at = *next;
-        *next = perMinute > 0 ? at + static_cast<int64_t>(mHabitRng.exponential(60.0 / perMinute) * kSec)
-                              : INT64_MAX;
+        *next = perMinute > 0
+                        ? at + static_cast<int64_t>(mHabitRng.exponential(60.0 / perMinute) * kSec)
+                        : INT64_MAX;
         return at;
     };
     while (t >= mNextMotionNs) {
         const int64_t at = poisson(&mNextMotionNs, mWearer.headMotionPerMin);
-        if (mSpontaneous && wornAt(at)) schedule({SignalEventKind::HeadMotion, at, 0, NAN}, nullptr);
+        if (mSpontaneous && wornAt(at))
+            schedule({SignalEventKind::HeadMotion, at, 0, NAN}, nullptr);
     }
     while (t >= mNextSquintNs) {
         const int64_t at = poisson(&mNextSquintNs, mWearer.squintsPerMin);
@@ -338,7 +359,8 @@ double EyeSignalModel::closureAt(int64_t t) const {
         if (t <= l.start || t >= l.end) continue;
         const double u = static_cast<double>(t - l.start) / (l.end - l.start);
         double c = closureShape(u, l.riseShare, l.holdShare);
-        if (l.squeeze > 0 && c >= 1) c += l.squeeze * std::sin(2 * kPi * 6.0 * (t - l.start) * 1e-9);
+        if (l.squeeze > 0 && c >= 1)
+            c += l.squeeze * std::sin(2 * kPi * 6.0 * (t - l.start) * 1e-9);
         v = std::max(v, l.amplitude * c);
     }
     return v;
@@ -370,7 +392,8 @@ double EyeSignalModel::motionAt(int64_t t) const {
         const double window = 0.5 - 0.5 * std::cos(2 * kPi * u);
         const double sec = (t - m.start) * 1e-9;
         double wave = 0;
-        for (int k = 0; k < 3; ++k) wave += m.weight[k] * std::sin(2 * kPi * m.freq[k] * sec + m.phase[k]);
+        for (int k = 0; k < 3; ++k)
+            wave += m.weight[k] * std::sin(2 * kPi * m.freq[k] * sec + m.phase[k]);
         v += m.amplitude * window * wave;
     }
     return v;
@@ -391,10 +414,12 @@ double EyeSignalModel::handlingAt(int64_t t) const {
         if (t <= c.start || t >= c.end + 200 * kMs) continue;
         if (t < c.end) {
             const double u = static_cast<double>(t - c.start) / (c.end - c.start);
-            v += c.wobble * std::sin(kPi * u) * std::sin(2 * kPi * c.wobbleHz * (t - c.start) * 1e-9);
+            v += c.wobble * std::sin(kPi * u) *
+                 std::sin(2 * kPi * c.wobbleHz * (t - c.start) * 1e-9);
         }
         if (c.spike > 0 && t > c.spikeStart && t < c.spikeEnd) {
-            v += c.spike * std::sin(kPi * (t - c.spikeStart) / static_cast<double>(c.spikeEnd - c.spikeStart));
+            v += c.spike * std::sin(kPi * (t - c.spikeStart) /
+                                    static_cast<double>(c.spikeEnd - c.spikeStart));
         }
     }
     return v;
@@ -405,11 +430,14 @@ void EyeSignalModel::prune(int64_t t) {
     // sees the changes around it.
     const int64_t horizon = t - 5 * kSec;
     auto ended = [horizon](int64_t end) { return end < horizon; };
-    mLids.erase(std::remove_if(mLids.begin(), mLids.end(), [&](const LidClosure& l) { return ended(l.end); }),
+    mLids.erase(std::remove_if(mLids.begin(), mLids.end(),
+                               [&](const LidClosure& l) { return ended(l.end); }),
                 mLids.end());
-    mLooks.erase(std::remove_if(mLooks.begin(), mLooks.end(), [&](const LookShift& l) { return ended(l.end); }),
+    mLooks.erase(std::remove_if(mLooks.begin(), mLooks.end(),
+                                [&](const LookShift& l) { return ended(l.end); }),
                  mLooks.end());
-    mMotions.erase(std::remove_if(mMotions.begin(), mMotions.end(), [&](const Motion& m) { return ended(m.end); }),
+    mMotions.erase(std::remove_if(mMotions.begin(), mMotions.end(),
+                                  [&](const Motion& m) { return ended(m.end); }),
                    mMotions.end());
     for (auto it = mSlips.begin(); it != mSlips.end();) {
         if (ended(it->end)) {
@@ -451,7 +479,8 @@ uint16_t EyeSignalModel::sample(int64_t t) {
     const double off = st.offLevel + mOffWander;
     double v = off;
     if (st.weight > 0) {
-        const double worn = mWearer.wornBaseline + mDrift + slipAt(t) + closureAt(t) + lookAt(t) + motionAt(t);
+        const double worn =
+                mWearer.wornBaseline + mDrift + slipAt(t) + closureAt(t) + lookAt(t) + motionAt(t);
         v += st.weight * (worn - off);
     }
     v += handlingAt(t);

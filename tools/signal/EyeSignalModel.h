@@ -86,7 +86,7 @@ private:
         double offLevel;  // the level while off after a doff
         double wobble;    // handling artefact while the device moves
         double wobbleHz;
-        double spike;     // brief rise as the hand passes the sensor
+        double spike;  // brief rise as the hand passes the sensor
         int64_t spikeStart;
         int64_t spikeEnd;
     };
@@ -122,9 +122,9 @@ private:
     bool mSpontaneous = true;
     int64_t mLastNs;
 
-    bool mWornBefore;       // state before the first kept wear change
+    bool mWornBefore;  // state before the first kept wear change
     double mOffLevelBefore;
-    double mSlipBase = 0;   // offsets of finished slips
+    double mSlipBase = 0;  // offsets of finished slips
     double mDrift = 0;
     double mOffWander = 0;
 

@@ -114,8 +114,8 @@ TEST(EyeSignalModelTest, ScriptedGesturesHaveTheirShapeAndLabels) {
 
     std::vector<std::string> names;
     for (const Label& l : s.labels) names.push_back(labelName(l.kind));
-    EXPECT_EQ(names, (std::vector<std::string>{"WINK", "BLINK", "LOOK_AT_SCREEN", "LOOK_AWAY_FROM_SCREEN",
-                                               "DOUBLE_BLINK"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"WINK", "BLINK", "LOOK_AT_SCREEN",
+                                               "LOOK_AWAY_FROM_SCREEN", "DOUBLE_BLINK"}));
 }
 
 TEST(EyeSignalModelTest, DonAndDoffMoveBetweenTheLevelsAndGateEyeEvents) {
@@ -160,7 +160,8 @@ TEST(EyeSignalModelTest, SameSeedSameStreamAndEventsDoNotShiftTheNoise) {
     EyeSignalModel d(w, 8, 0, true);
     d.schedule({SignalEventKind::HeadMotion, 25 * kSec, kSec}, nullptr);
     const Stream sd = run(d, 0, 30 * kSec);
-    const size_t early = std::count_if(sa.t.begin(), sa.t.end(), [](int64_t t) { return t < 25 * kSec; });
+    const size_t early =
+            std::count_if(sa.t.begin(), sa.t.end(), [](int64_t t) { return t < 25 * kSec; });
     EXPECT_TRUE(std::equal(sa.v.begin(), sa.v.begin() + early, sd.v.begin()));
     EXPECT_NE(sa.v, sd.v);
 }

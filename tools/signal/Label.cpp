@@ -8,18 +8,32 @@ namespace signal {
 namespace {
 
 const char* const kNames[] = {
-        "WINK",      "DOUBLE_BLINK",   "BLINK", "LOOK_AT_SCREEN", "LOOK_AWAY_FROM_SCREEN",
-        "DON",       "DOFF",           "CALIBRATE_WINK", "CALIBRATE_LOOK_AT_SCREEN",
-        "CALIBRATE_DON_DOFF", "HEAD_MOTION", "SLIP", "SQUINT",
+        "WINK",
+        "DOUBLE_BLINK",
+        "BLINK",
+        "LOOK_AT_SCREEN",
+        "LOOK_AWAY_FROM_SCREEN",
+        "DON",
+        "DOFF",
+        "CALIBRATE_WINK",
+        "CALIBRATE_LOOK_AT_SCREEN",
+        "CALIBRATE_DON_DOFF",
+        "HEAD_MOTION",
+        "SLIP",
+        "SQUINT",
 };
 
 const int kFirstAnnotation = static_cast<int>(LabelKind::HeadMotion);
 
 }  // namespace
 
-const char* labelName(LabelKind kind) { return kNames[static_cast<int>(kind)]; }
+const char* labelName(LabelKind kind) {
+    return kNames[static_cast<int>(kind)];
+}
 
-bool isAnnotation(LabelKind kind) { return static_cast<int>(kind) >= kFirstAnnotation; }
+bool isAnnotation(LabelKind kind) {
+    return static_cast<int>(kind) >= kFirstAnnotation;
+}
 
 bool labelKindFromName(const char* name, LabelKind* kind) {
     for (int i = 0; i < kFirstAnnotation; ++i) {

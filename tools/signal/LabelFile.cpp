@@ -37,8 +37,9 @@ bool LabelFile::parse(std::string_view text, std::vector<Label>* labels, ParseEr
 
 std::string LabelFile::formatLine(const Label& label) {
     char buf[96];
-    snprintf(buf, sizeof(buf), "%s%" PRId64 " %" PRId64 " %s\n", isAnnotation(label.kind) ? "# " : "",
-             label.startNs, label.endNs, labelName(label.kind));
+    snprintf(buf, sizeof(buf), "%s%" PRId64 " %" PRId64 " %s\n",
+             isAnnotation(label.kind) ? "# " : "", label.startNs, label.endNs,
+             labelName(label.kind));
     return buf;
 }
 

@@ -24,8 +24,7 @@ public:
 
     // A whole file: each of `comments` as a "# " line, then the labels in
     // file order.
-    static std::string format(const std::vector<std::string>& comments,
-                              std::vector<Label> labels);
+    static std::string format(const std::vector<std::string>& comments, std::vector<Label> labels);
 
 private:
     LabelFile() = delete;

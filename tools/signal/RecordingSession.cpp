@@ -15,7 +15,9 @@ namespace {
 
 const int64_t kSec = 1000000000;
 
-int64_t sec(double s) { return static_cast<int64_t>(std::llround(s * 1e9)); }
+int64_t sec(double s) {
+    return static_cast<int64_t>(std::llround(s * 1e9));
+}
 
 // Builds the scripted part of a session on the model, in time order.
 class Script {

@@ -58,7 +58,8 @@ TEST(RecordingSessionTest, RecordingIsAValidLogWithGesturesAfterCalibration) {
     ASSERT_TRUE(Recording::parse(r.recording, &samples, nullptr, &error)) << error.message;
     ASSERT_EQ(static_cast<int64_t>(samples.size()), r.samples);
     EXPECT_NEAR(static_cast<double>(samples.size()), 20 * 60 * 32, 20 * 60 * 32 * 0.01);
-    for (size_t i = 1; i < samples.size(); ++i) ASSERT_GT(samples[i].timestampNs, samples[i - 1].timestampNs);
+    for (size_t i = 1; i < samples.size(); ++i)
+        ASSERT_GT(samples[i].timestampNs, samples[i - 1].timestampNs);
 
     int winks = 0, doubles = 0, looks = 0;
     for (const Label& l : r.labelList) {
@@ -75,7 +76,8 @@ TEST(RecordingSessionTest, RecordingIsAValidLogWithGesturesAfterCalibration) {
 
 TEST(RecordingSessionTest, LabelsLineUpWithTheClosuresInTheRecording) {
     const WearerProfile wearer = WearerProfile::draw(33);
-    const RecordingSession::Result r = RecordingSession::generate(wearer, 33, 50 * kSec, 10 * 60 * kSec, {}, {});
+    const RecordingSession::Result r =
+            RecordingSession::generate(wearer, 33, 50 * kSec, 10 * 60 * kSec, {}, {});
     std::vector<RecordedSample> samples;
     ParseError error;
     ASSERT_TRUE(Recording::parse(r.recording, &samples, nullptr, &error));
@@ -84,8 +86,10 @@ TEST(RecordingSessionTest, LabelsLineUpWithTheClosuresInTheRecording) {
         double before = 0, peak = 0;
         int n = 0;
         for (const RecordedSample& s : samples) {
-            if (s.timestampNs >= l.startNs - 250000000 && s.timestampNs < l.startNs - 30000000) before += s.reading, ++n;
-            if (s.timestampNs >= l.startNs && s.timestampNs <= l.endNs) peak = std::max(peak, double(s.reading));
+            if (s.timestampNs >= l.startNs - 250000000 && s.timestampNs < l.startNs - 30000000)
+                before += s.reading, ++n;
+            if (s.timestampNs >= l.startNs && s.timestampNs <= l.endNs)
+                peak = std::max(peak, double(s.reading));
         }
         return n > 0 ? peak - before / n : 0.0;
     };

@@ -16,7 +16,8 @@ TEST(RecordingTest, WritesTheLogFormatAndReadsItBack) {
     std::vector<RecordedSample> samples;
     std::vector<std::string> comments;
     ParseError error;
-    ASSERT_TRUE(Recording::parse(text + "\n#\n9223372036854775807 0 0", &samples, &comments, &error));
+    ASSERT_TRUE(
+            Recording::parse(text + "\n#\n9223372036854775807 0 0", &samples, &comments, &error));
     ASSERT_EQ(samples.size(), 3u);
     EXPECT_EQ(samples[0].reading, 291);
     EXPECT_TRUE(samples[0].flag);
@@ -29,7 +30,8 @@ TEST(RecordingTest, RejectsBadSampleLinesNamingTheLine) {
     for (const char* line : bad) {
         std::vector<RecordedSample> samples;
         ParseError error;
-        EXPECT_FALSE(Recording::parse(std::string("# h\n10 1 0\n") + line + "\n", &samples, nullptr, &error))
+        EXPECT_FALSE(Recording::parse(std::string("# h\n10 1 0\n") + line + "\n", &samples, nullptr,
+                                      &error))
                 << line;
         EXPECT_EQ(error.line, 3) << line;
     }

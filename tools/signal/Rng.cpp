@@ -14,7 +14,9 @@ uint64_t splitmix64(uint64_t* x) {
     return z ^ (z >> 31);
 }
 
-uint64_t rotl(uint64_t x, int k) { return (x << k) | (x >> (64 - k)); }
+uint64_t rotl(uint64_t x, int k) {
+    return (x << k) | (x >> (64 - k));
+}
 
 const double kTwoPi = 6.283185307179586;
 
@@ -66,7 +68,9 @@ double Rng::clampedNormal(double mean, double sd, double lo, double hi) {
     return v < lo ? lo : (v > hi ? hi : v);
 }
 
-double Rng::exponential(double mean) { return -mean * std::log(1.0 - uniform()); }
+double Rng::exponential(double mean) {
+    return -mean * std::log(1.0 - uniform());
+}
 
 double Rng::logUniform(double lo, double hi) {
     return std::exp(uniform(std::log(lo), std::log(hi)));

@@ -10,7 +10,9 @@ const char* const kNames[] = {"don",  "doff",        "blink", "wink",   "double-
                               "look", "head-motion", "slip",  "adjust", "squint"};
 }
 
-const char* signalEventName(SignalEventKind kind) { return kNames[static_cast<int>(kind)]; }
+const char* signalEventName(SignalEventKind kind) {
+    return kNames[static_cast<int>(kind)];
+}
 
 bool signalEventKindFromName(const char* name, SignalEventKind* kind) {
     for (size_t i = 0; i < sizeof(kNames) / sizeof(kNames[0]); ++i) {

@@ -64,8 +64,7 @@ bool parseDouble(std::string_view field, double* out) {
     if (field.empty() || field.size() > 64) return false;
     for (char c : field) {
         // Only plain decimal notation: no hex floats, no "inf" or "nan".
-        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' ||
-              c == 'E')) {
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E')) {
             return false;
         }
     }

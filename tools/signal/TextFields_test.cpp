@@ -14,13 +14,15 @@ TEST(TextFieldsTest, IntegersAreWholeFieldsWithinSixtyFourBits) {
     EXPECT_EQ(v, INT64_MIN);
     EXPECT_TRUE(parseInt64("+7", &v));
     EXPECT_EQ(v, 7);
-    for (const char* bad : {"9223372036854775808", "-9223372036854775809", "", "-", "1.0", "12a", " 1", "0x10"}) {
+    for (const char* bad :
+         {"9223372036854775808", "-9223372036854775809", "", "-", "1.0", "12a", " 1", "0x10"}) {
         EXPECT_FALSE(parseInt64(bad, &v)) << bad;
     }
     double d = 0;
     EXPECT_TRUE(parseDouble("-1.5e3", &d));
     EXPECT_EQ(d, -1500);
-    for (const char* bad : {"inf", "nan", "0x1p3", "1e999", "1.5s", ""}) EXPECT_FALSE(parseDouble(bad, &d)) << bad;
+    for (const char* bad : {"inf", "nan", "0x1p3", "1e999", "1.5s", ""})
+        EXPECT_FALSE(parseDouble(bad, &d)) << bad;
 }
 
 TEST(TextFieldsTest, LinesAndFieldsSplitOnNewlinesAndBlanks) {

@@ -13,13 +13,13 @@ namespace signal {
 // fields are plain so that a scenario can pin any of them.
 struct WearerProfile {
     // Levels, in reading units.
-    double wornBaseline = 1000;    // steady reading on the head
-    double offHeadLevel = 200;     // reading off the head
-    double offHeadWander = 10;     // slow wander of the off-head level (sd)
-    double noiseSd = 6;            // white sensor noise
-    double spikesPerHour = 40;     // isolated outliers
-    double driftSd = 25;           // slow baseline drift (sd of an Ornstein-Uhlenbeck process)
-    double driftTauSec = 120;      // its time constant
+    double wornBaseline = 1000;  // steady reading on the head
+    double offHeadLevel = 200;   // reading off the head
+    double offHeadWander = 10;   // slow wander of the off-head level (sd)
+    double noiseSd = 6;          // white sensor noise
+    double spikesPerHour = 40;   // isolated outliers
+    double driftSd = 25;         // slow baseline drift (sd of an Ornstein-Uhlenbeck process)
+    double driftTauSec = 120;    // its time constant
 
     // Spontaneous blinks.
     double blinkRatePerMin = 16;
@@ -30,18 +30,18 @@ struct WearerProfile {
     double blinkPairShare = 0.05;  // blinks followed by another one 650..1100 ms later
 
     // Deliberate gestures.
-    double winkMs = 480;           // mean wink duration
-    double winkAmplitude = 200;    // mean wink rise; always stronger than a blink
-    double doubleBlinkGapMs = 140; // open time between the two blinks of a double blink
-    double lookShift = 90;         // level shift while looking at the screen (signed)
-    double lookTransitionMs = 150; // time the eye takes to move up or back
+    double winkMs = 480;            // mean wink duration
+    double winkAmplitude = 200;     // mean wink rise; always stronger than a blink
+    double doubleBlinkGapMs = 140;  // open time between the two blinks of a double blink
+    double lookShift = 90;          // level shift while looking at the screen (signed)
+    double lookTransitionMs = 150;  // time the eye takes to move up or back
 
     // Artefacts.
     double headMotionPerMin = 0.8;
     double headMotionAmplitude = 50;
     double slipsPerHour = 3;
-    double slipShare = 0.07;       // typical slip offset as a share of the baseline
-    double squintsPerMin = 0.2;    // partial closures that resemble weak winks
+    double slipShare = 0.07;     // typical slip offset as a share of the baseline
+    double squintsPerMin = 0.2;  // partial closures that resemble weak winks
 
     // Habits while wearing (used by corpus sessions).
     double winksPerMin = 0.3;
@@ -51,9 +51,9 @@ struct WearerProfile {
     double doffsPerHour = 2;
 
     // The hub's sampling clock.
-    double clockPpm = 0;           // crystal offset of the 32 Hz clock
-    double jitterMs = 0.7;         // sd of the sample-time jitter
-    double sampleLossPerHour = 10; // samples the hub skips
+    double clockPpm = 0;            // crystal offset of the 32 Hz clock
+    double jitterMs = 0.7;          // sd of the sample-time jitter
+    double sampleLossPerHour = 10;  // samples the hub skips
 
     // A wearer drawn from a seed.
     static WearerProfile draw(uint64_t seed);

@@ -55,7 +55,9 @@ int main(int argc, char** argv) {
     double sessionMinutes = 30;
     std::string out;
     app.add_option("--seed", seed, "Seed of the whole corpus")->required();
-    app.add_option("--wearers", wearers, "Number of wearers")->required()->check(CLI::Range(1, 100000));
+    app.add_option("--wearers", wearers, "Number of wearers")
+            ->required()
+            ->check(CLI::Range(1, 100000));
     app.add_option("--minutes", minutes, "Minutes of recordings per wearer")
             ->required()
             ->check(CLI::Range(0.1, 100000.0));

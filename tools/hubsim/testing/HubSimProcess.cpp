@@ -7,9 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -23,7 +23,9 @@ namespace hubsim {
 
 namespace {
 
-int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return remove(path); }
+int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+    return remove(path);
+}
 
 bool writeText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::trunc);
@@ -43,7 +45,9 @@ bool waitReadable(int fd, int ms) {
 
 }  // namespace
 
-std::string HubSimProcess::binary() { return VELTO_HUBSIM_BINARY; }
+std::string HubSimProcess::binary() {
+    return VELTO_HUBSIM_BINARY;
+}
 
 HubSimProcess::~HubSimProcess() {
     stop();
@@ -81,8 +85,8 @@ bool HubSimProcess::start(const Options& o, std::string* error) {
     mLabels = o.labels ? mDir + "/labels.txt" : "";
     mStderr = mDir + "/stderr.txt";
 
-    std::vector<std::string> args = {binary(), "--root", mRoot, "--control", mSocket,
-                                     "--speed", std::to_string(o.speed)};
+    std::vector<std::string> args = {
+            binary(), "--root", mRoot, "--control", mSocket, "--speed", std::to_string(o.speed)};
     if (!o.scenarioFile.empty()) {
         args.insert(args.end(), {"--scenario", o.scenarioFile});
     } else if (!o.scenario.empty()) {
@@ -125,7 +129,8 @@ bool HubSimProcess::start(const Options& o, std::string* error) {
     close(ready[1]);
     mPid = pid;
     char buf[16] = {0};
-    const bool gotReady = waitReadable(ready[0], o.readyTimeoutMs) && read(ready[0], buf, sizeof(buf) - 1) > 0;
+    const bool gotReady =
+            waitReadable(ready[0], o.readyTimeoutMs) && read(ready[0], buf, sizeof(buf) - 1) > 0;
     close(ready[0]);
     if (!gotReady || strncmp(buf, "ready", 5) != 0) {
         std::string ignored;
@@ -164,11 +169,13 @@ bool HubSimProcess::stop(std::string* error) {
     }
     mPid = -1;
     // With auto_unmount the mount goes even after a kill, a moment later.
-    for (int i = 0; i < 200 && mounted(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    for (int i = 0; i < 200 && mounted(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     if (mounted()) clean = false;
     if (!clean && error != nullptr) {
-        *error = std::string(exited ? "" : "had to be killed; ") + (mounted() ? "still mounted; " : "") +
-                 "status " + std::to_string(status) + "; " + errorOutput();
+        *error = std::string(exited ? "" : "had to be killed; ") +
+                 (mounted() ? "still mounted; " : "") + "status " + std::to_string(status) + "; " +
+                 errorOutput();
     }
     return clean;
 }

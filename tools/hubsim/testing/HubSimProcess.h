@@ -31,7 +31,7 @@ public:
         std::string scenarioFile;  // or a scenario file (wins over the text)
         std::string replayFile;    // or a recording to replay
         double speed = 1.0;
-        bool labels = true;        // ask for --labels (see labelsPath())
+        bool labels = true;  // ask for --labels (see labelsPath())
         std::vector<std::string> extraArgs;
         int readyTimeoutMs = 10000;
     };
@@ -64,7 +64,7 @@ public:
 private:
     pid_t mPid = -1;
     ControlClient mControl;
-    std::string mDir;     // temporary directory holding everything
+    std::string mDir;  // temporary directory holding everything
     std::string mRoot;
     std::string mSocket;
     std::string mLabels;
