@@ -9,11 +9,13 @@
 #include "tools/signal/TextFields.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Made once: building an image is far slower than anything under test.
+    static const velto::hubsim::FirmwareImage image = velto::hubsim::FirmwareImage::make(1, 0);
     const std::string text(reinterpret_cast<const char*>(data), size);
     velto::hubsim::Scenario scenario;
     velto::signal::ParseError error;
     if (velto::hubsim::ScenarioParser::parse(text, &scenario, &error)) {
-        velto::hubsim::Simulation sim(scenario, velto::hubsim::FirmwareImage::make(1, 0));
+        velto::hubsim::Simulation sim(scenario, image);
         sim.advanceTo(3000000000LL);
     }
     // Every line also as a control command.

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 
 namespace velto {
 namespace hubsim {
@@ -96,8 +97,8 @@ const int kIrqLine = 181;
 
 }  // namespace
 
-HubModel::HubModel(const HubConfig& config)
-    : mConfig(config), mInstalled(config.installed), mClockOffset(config.clockStartNs) {}
+HubModel::HubModel(HubConfig config)
+    : mConfig(std::move(config)), mClockOffset(mConfig.clockStartNs) {}
 
 std::vector<std::string> HubModel::attributeNames() const {
     std::vector<std::string> names;
@@ -273,7 +274,7 @@ void HubModel::reset() {
 
 std::string HubModel::versionText() const {
     int major = 0, minor = 0;
-    mInstalled.version(&major, &minor);
+    mConfig.installed.version(&major, &minor);
     return std::to_string(major) + "." + std::to_string(minor) + "\n";
 }
 
@@ -446,13 +447,13 @@ int HubModel::writeFirmwareControl(std::string_view text) {
     const bool flash = v == 0;
     if (mForcedFlashStatus >= 0) {
         // A failing flash leaves the installed firmware alone.
-        FirmwareImage scratch = mInstalled;
+        FirmwareImage scratch = mConfig.installed;
         mUpdater.finish(flash, &scratch);
         mFlashStatus = mForcedFlashStatus;
         mForcedFlashStatus = -1;
         return 0;
     }
-    mFlashStatus = mUpdater.finish(flash, &mInstalled);
+    mFlashStatus = mUpdater.finish(flash, &mConfig.installed);
     if (flash && mFlashStatus == FirmwareUpdater::kOk) {
         // The hub restarts into the new firmware.
         ++mStats.flashes;

@@ -40,7 +40,7 @@ class HubModel {
 public:
     enum class Access { Read, Write, ReadWrite };
 
-    explicit HubModel(const HubConfig& config);
+    explicit HubModel(HubConfig config);
 
     // --- time and samples
     void advanceTo(int64_t simNs);
@@ -144,8 +144,7 @@ private:
     std::string versionText() const;
     int driverFlags() const;
 
-    HubConfig mConfig;
-    FirmwareImage mInstalled;
+    HubConfig mConfig;  // its image is the running firmware, replaced by a flash
     Settings mSettings;
     int64_t mSimNow = 0;
     int64_t mClockOffset;
