@@ -281,20 +281,42 @@ TEST(VeltohubSimTest, RefusesBadInputAndBusyRootsWithoutMounting) {
     EXPECT_FALSE(SimRoot::isMountPoint(base + "/busy/.veltohub"));
     system(("rm -rf '" + base + "'").c_str());
 
-    // A root whose simulator is killed outright is unmounted all the same.
     HubSimProcess sim;
     ASSERT_TRUE(sim.start({}, &err)) << err;
-    ASSERT_TRUE(sim.mounted());
     // Another simulator may not take a mounted directory as its root.
     EXPECT_EQ(run({"--root", SimRoot::mountPoint(sim.root())}, &err), 1);
     EXPECT_NE(err.find("is already mounted"), std::string::npos) << err;
-    kill(sim.pid(), SIGKILL);
-    bool gone = false;
-    for (int i = 0; i < 400 && !gone; ++i) {
-        gone = !sim.mounted();
+}
+
+bool waitUnmounted(const std::string& mountPoint) {
+    for (int i = 0; i < 400; ++i) {
+        if (!SimRoot::isMountPoint(mountPoint)) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    EXPECT_TRUE(gone);
+    return false;
+}
+
+TEST(VeltohubSimTest, NeverLeavesAMountBehind) {
+    // Killed outright: the auto_unmount helper unmounts.
+    HubSimProcess sim;
+    std::string err;
+    ASSERT_TRUE(sim.start({}, &err)) << err;
+    ASSERT_TRUE(sim.mounted());
+    kill(sim.pid(), SIGKILL);
+    EXPECT_TRUE(waitUnmounted(SimRoot::mountPoint(sim.root())));
+
+    // The process that started it ends: the simulator follows.
+    char dir[] = "/tmp/veltohub-sim-orphan-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string root = std::string(dir) + "/root";
+    const std::string cmd = "sh -c '" + HubSimProcess::binary() + " --root " + root + " & sleep 0.5'";
+    ASSERT_EQ(system(cmd.c_str()), 0);
+    EXPECT_TRUE(waitUnmounted(SimRoot::mountPoint(root)));
+    for (int i = 0; i < 200 && access((root + "/dev/veltohub").c_str(), F_OK) == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_NE(access((root + "/dev/veltohub").c_str(), F_OK), 0) << "cleaned up after itself";
+    system(("rm -rf '" + std::string(dir) + "'").c_str());
 }
 
 TEST(VeltohubSimTest, EveryShippedScenarioRunsAndQuitEndsTheSimulator) {
