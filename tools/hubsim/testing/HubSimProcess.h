@@ -14,7 +14,10 @@ namespace hubsim {
 // Runs veltohub-sim as a child process for an end-to-end test.
 //
 //   HubSimProcess sim;
-//   ASSERT_TRUE(sim.start({.scenario = "at 1s doff\n", .speed = 8}, &error)) << error;
+//   HubSimProcess::Options options;
+//   options.scenario = "at 1s doff\n";
+//   options.speed = 8;
+//   ASSERT_TRUE(sim.start(options, &error)) << error;
 //   setenv("VELTOGAZE_ROOT", sim.root().c_str(), 1);   // before the library reads it
 //   ... drive the library ...
 //   EXPECT_EQ(sim.command("get passthru_enable"), "OK 1");
