@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,16 +10,21 @@
 namespace velto {
 namespace hubsim {
 
+bool ControlClient::socketAddress(const std::string& path, sockaddr_un* addr, std::string* error) {
+    memset(addr, 0, sizeof(*addr));
+    addr->sun_family = AF_UNIX;
+    if (path.size() >= sizeof(addr->sun_path)) {
+        *error = "control socket path too long: " + path;
+        return false;
+    }
+    memcpy(addr->sun_path, path.c_str(), path.size());
+    return true;
+}
+
 bool ControlClient::connect(const std::string& socketPath, std::string* error) {
     close();
     sockaddr_un addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.sun_family = AF_UNIX;
-    if (socketPath.size() >= sizeof(addr.sun_path)) {
-        *error = "control socket path too long: " + socketPath;
-        return false;
-    }
-    memcpy(addr.sun_path, socketPath.c_str(), socketPath.size());
+    if (!socketAddress(socketPath, &addr, error)) return false;
     mFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (mFd < 0 || ::connect(mFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
         *error = "cannot connect to " + socketPath + ": " + strerror(errno);

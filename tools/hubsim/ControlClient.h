@@ -1,6 +1,8 @@
 #ifndef VELTO_HUBSIM_CONTROLCLIENT_H
 #define VELTO_HUBSIM_CONTROLCLIENT_H
 
+#include <sys/un.h>
+
 #include <string>
 
 namespace velto {
@@ -22,6 +24,9 @@ public:
     // closed).
     std::string command(const std::string& line, int timeoutMs = 10000);
     void close();
+
+    // The socket address of `path`; false when the path does not fit.
+    static bool socketAddress(const std::string& path, sockaddr_un* addr, std::string* error);
 
 private:
     int mFd = -1;

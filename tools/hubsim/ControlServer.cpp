@@ -11,6 +11,8 @@
 #include <cstring>
 #include <vector>
 
+#include "tools/hubsim/ControlClient.h"
+
 namespace velto {
 namespace hubsim {
 
@@ -35,13 +37,7 @@ ControlServer::~ControlServer() {
 
 bool ControlServer::start(const std::string& path, Handler handler, std::string* error) {
     sockaddr_un addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(addr.sun_path)) {
-        *error = "control socket path too long: " + path;
-        return false;
-    }
-    memcpy(addr.sun_path, path.c_str(), path.size());
+    if (!ControlClient::socketAddress(path, &addr, error)) return false;
     struct stat st;
     if (lstat(path.c_str(), &st) == 0) {
         if (!S_ISSOCK(st.st_mode)) {
