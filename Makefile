@@ -32,7 +32,7 @@ asan: deps
 tsan: deps
 	cmake -S . -B build-tsan -DVELTO_SANITIZE=thread -DVELTO_BUILD_BENCH=OFF
 	cmake --build build-tsan -j$(JOBS)
-	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j$(JOBS)
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" ctest --output-on-failure -j$(JOBS)
 
 # The service on the built-in simulator: a guided tour with a simulated wearer.
 demo: all

@@ -114,11 +114,17 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
     const bool streaming = android_atomic_acquire_load(&mStreaming) != 0;
     struct pollfd* first = streaming ? &mPollFds[0] : &mPollFds[1];
     const nfds_t count = streaming ? 4 : 3;
-    if (poll(first, count, -1) < 0) {
+    // Packets left from the last batch read count as a ready device: the poll
+    // only looks whether anything else is ready too. Otherwise the tail of a
+    // batch would wait for the hub's next packet, and be lost to a listener
+    // that leaves before it comes.
+    const bool batchPending = streaming && mBatchPacketsLeft > 0;
+    if (poll(first, count, batchPending ? 0 : -1) < 0) {
         if (errno == EINTR) return true;
         __android_log_print(ANDROID_LOG_WARN, kTag, "Poll received an error: errno=%d", errno);
         return false;
     }
+    if (batchPending) mPollFds[0].revents |= POLLIN;
     AutoWakeLock wakeLock(kEventWakeLockName, false);
     processAllCommands();
     for (int i = streaming ? 0 : 1; i < 4; ++i) {
