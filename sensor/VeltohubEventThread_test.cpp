@@ -98,7 +98,7 @@ TEST(VeltohubEventThread, ListenersChangingFromCallbacksAndClientsNeverDeadlock)
         while (chain[kChain - 1].samples.load() == 0) usleep(1000);
     });
     ASSERT_EQ(std::future_status::ready, run.wait_for(std::chrono::seconds(60))) << "deadlock";
-    EXPECT_GT(steady.samples.load(), kChain);
+    EXPECT_GE(steady.samples.load(), kChain);  // one link per sample, the steady one saw them all
     for (const Swapper& s : chain) EXPECT_GE(s.samples.load(), 1);
 
     sensor.removeProxDataListener(&steady);
