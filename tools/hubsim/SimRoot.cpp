@@ -1,6 +1,7 @@
 #include "tools/hubsim/SimRoot.h"
 
 #include <dirent.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -86,19 +87,55 @@ std::string unescape(const std::string& s) {
 
 }  // namespace
 
-bool SimRoot::isMountPoint(const std::string& path) {
+namespace {
+
+struct MountEntry {
+    std::string mountPoint;
+    std::string type;
+};
+
+std::vector<MountEntry> mounts() {
+    std::vector<MountEntry> out;
     std::ifstream info("/proc/self/mountinfo");
     std::string line;
     while (std::getline(info, line)) {
-        // Fields: id, parent, major:minor, root, mount point, ...
+        // Fields: id, parent, major:minor, root, mount point, options...,
+        // then " - " and the file system type.
         size_t pos = 0;
         for (int field = 0; field < 4 && pos != std::string::npos; ++field)
             pos = line.find(' ', pos + 1);
         if (pos == std::string::npos) continue;
         const size_t end = line.find(' ', pos + 1);
-        if (unescape(line.substr(pos + 1, end - pos - 1)) == path) return true;
+        const size_t dash = line.find(" - ", end);
+        MountEntry e;
+        e.mountPoint = unescape(line.substr(pos + 1, end - pos - 1));
+        if (dash != std::string::npos) {
+            const size_t typeEnd = line.find(' ', dash + 3);
+            e.type = line.substr(dash + 3, typeEnd == std::string::npos ? std::string::npos
+                                                                        : typeEnd - dash - 3);
+        }
+        out.push_back(std::move(e));
     }
+    return out;
+}
+
+}  // namespace
+
+bool SimRoot::isMountPoint(const std::string& path) {
+    for (const MountEntry& m : mounts())
+        if (m.mountPoint == path) return true;
     return false;
+}
+
+std::vector<std::string> SimRoot::sweepDeadMounts() {
+    std::vector<std::string> swept;
+    for (const MountEntry& m : mounts()) {
+        struct stat st;
+        if (m.type != kFileSystemType || stat(m.mountPoint.c_str(), &st) == 0 || errno != ENOTCONN)
+            continue;
+        if (umount2(m.mountPoint.c_str(), MNT_DETACH) == 0) swept.push_back(m.mountPoint);
+    }
+    return swept;
 }
 
 bool SimRoot::claim(const std::string& root, std::string* absolute, std::string* error) {

@@ -2,6 +2,7 @@
 #define VELTO_HUBSIM_SIMROOT_H
 
 #include <string>
+#include <vector>
 
 namespace velto {
 namespace hubsim {
@@ -13,6 +14,8 @@ namespace hubsim {
 class SimRoot {
 public:
     static constexpr const char* kAttributeDir = "/sys/devices/platform/omap_i2c.4/i2c-4/4-0035";
+    // How the simulator's mounts show in /proc/self/mountinfo.
+    static constexpr const char* kFileSystemType = "fuse.veltohub-sim";
 
     // Takes `root` for a simulator: creates it when missing; refuses one that
     // is not empty or is a mount point. Sets `absolute` to its real path.
@@ -30,6 +33,11 @@ public:
     static void depopulate(const std::string& absoluteRoot);
     // Whether `path` is a mount point of this process's mount namespace.
     static bool isMountPoint(const std::string& absolutePath);
+    // Detaches the mounts of simulators that died together with their
+    // unmount helper (a test runner killing a whole process tree does that):
+    // only mounts of this file system type whose connection is gone. Returns
+    // the mount points it detached.
+    static std::vector<std::string> sweepDeadMounts();
 
 private:
     SimRoot() = delete;

@@ -160,6 +160,13 @@ int main(int argc, char** argv) {
         fflush(labelsOut);
     }
 
+    // On the side: looking at another simulator's mount waits for it, and a
+    // stopped one would hold up this start.
+    quietThread([] {
+        for (const std::string& m : SimRoot::sweepDeadMounts()) {
+            fprintf(stderr, "veltohub-sim: detached the mount of a dead simulator at %s\n", m.c_str());
+        }
+    }).detach();
     std::string absRoot, error;
     if (!SimRoot::claim(root, &absRoot, &error)) {
         fprintf(stderr, "veltohub-sim: %s\n", error.c_str());
@@ -170,6 +177,7 @@ int main(int argc, char** argv) {
 
     HubFileSystem fs(std::move(sim), speed, labelsOut);
     // auto_unmount: a helper unmounts even if this process is killed.
+    // The subtype makes the type SimRoot::kFileSystemType.
     const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
     fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(fuseArgv));
     fuse_session* se =

@@ -305,11 +305,39 @@ TEST(VeltohubSimTest, NeverLeavesAMountBehind) {
     kill(sim.pid(), SIGKILL);
     EXPECT_TRUE(waitUnmounted(SimRoot::mountPoint(sim.root())));
 
+    // Killed together with its unmount helper (as a test runner does with a
+    // whole process tree): the next simulator detaches the dead mount.
+    HubSimProcess victim;
+    ASSERT_TRUE(victim.start({}, &err)) << err;
+    std::vector<pid_t> children;
+    if (DIR* proc = opendir("/proc")) {
+        while (dirent* e = readdir(proc)) {
+            std::ifstream stat(std::string("/proc/") + e->d_name + "/stat");
+            std::string pid, comm, state;
+            pid_t ppid = 0;
+            if (stat >> pid >> comm >> state >> ppid && ppid == victim.pid())
+                children.push_back(std::stoi(pid));
+        }
+        closedir(proc);
+    }
+    ASSERT_FALSE(children.empty()) << "the auto_unmount helper";
+    for (pid_t c : children) kill(c, SIGKILL);
+    kill(victim.pid(), SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const std::string dead = SimRoot::mountPoint(victim.root());
+    ASSERT_TRUE(SimRoot::isMountPoint(dead));
+    HubSimProcess next;
+    ASSERT_TRUE(next.start({}, &err)) << err;
+    EXPECT_TRUE(waitUnmounted(dead));
+    EXPECT_NE(next.errorOutput().find("detached the mount of a dead simulator at " + dead),
+              std::string::npos);
+
     // The process that started it ends: the simulator follows.
     char dir[] = "/tmp/veltohub-sim-orphan-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     const std::string root = std::string(dir) + "/root";
-    const std::string cmd = "sh -c '" + HubSimProcess::binary() + " --root " + root + " & sleep 0.5'";
+    const std::string cmd =
+            "sh -c '" + HubSimProcess::binary() + " --root " + root + " & sleep 0.5'";
     ASSERT_EQ(system(cmd.c_str()), 0);
     EXPECT_TRUE(waitUnmounted(SimRoot::mountPoint(root)));
     for (int i = 0; i < 200 && access((root + "/dev/veltohub").c_str(), F_OK) == 0; ++i) {
