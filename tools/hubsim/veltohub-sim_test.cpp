@@ -25,10 +25,7 @@ namespace {
 
 const char* kAttrs = "/sys/devices/platform/omap_i2c.4/i2c-4/4-0035/";
 
-std::string scenarioDir() {
-    const char* d = getenv("VELTO_HUBSIM_SCENARIOS");
-    return d != nullptr ? d : "tools/hubsim/scenarios";
-}
+std::string scenarioDir() { return VELTO_HUBSIM_SCENARIOS; }
 
 struct Attr {
     std::string path;
