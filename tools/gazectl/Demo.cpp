@@ -68,9 +68,9 @@ bool Demo::calibrateDonDoff() {
     say("Don/doff: the wearer takes the device off and puts it back on.");
     if (!service->startCalibrationIntervalForGesture(G::DON)) return false;
     pause(1.5);
-    mSim->ok("doff");
+    sim("doff");
     pause(2.5);
-    mSim->ok("don");
+    sim("don");
     pause(2.5);
     service->endCalibrationIntervalForGesture(G::DON);
     const bool saved = service->applyAndSaveCalibrationForGesture(G::DON);
@@ -89,7 +89,7 @@ bool Demo::calibrateWink() {
     pause(1.0);
     for (int i = 0; i < 3 && !service->isCalibrationCompleteForGesture(G::WINK); ++i) {
         say("  wink %d", i + 1);
-        mSim->ok("wink");
+        sim("wink");
         pause(2.5);
     }
     const bool complete = service->isCalibrationCompleteForGesture(G::WINK);
@@ -105,7 +105,7 @@ bool Demo::calibrateLookAtScreen() {
     say("Look at screen: the wearer looks up at the display and back.");
     if (!service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN)) return false;
     pause(1.0);
-    mSim->ok("look 4s");
+    sim("look 4s");
     pause(6.0);
     service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN);
     const bool saved = service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN) &&
@@ -117,7 +117,7 @@ bool Demo::calibrateLookAtScreen() {
 bool Demo::perform(const std::string& action, EyeGesture expected, double windowSeconds) {
     const size_t before = mClient->eventCount();
     say("  wearer: %s", action.c_str());
-    if (!mSim->ok(action)) {
+    if (!sim(action)) {
         say("    (the simulator could not do that now)");
         return false;
     }

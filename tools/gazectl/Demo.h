@@ -4,7 +4,7 @@
 #include <string>
 
 #include "tools/gazectl/GazeClient.h"
-#include "tools/gazectl/SimControl.h"
+#include "tools/hubsim/ControlClient.h"
 
 namespace velto {
 namespace gazectl {
@@ -15,7 +15,7 @@ namespace gazectl {
 // the wearer did.
 class Demo {
 public:
-    Demo(GazeClient* client, SimControl* sim, double speed) : mClient(client), mSim(sim), mSpeed(speed) {}
+    Demo(GazeClient* client, hubsim::ControlClient* sim, double speed) : mClient(client), mSim(sim), mSpeed(speed) {}
     // Returns the process exit status: 0 when every step ran.
     int run();
 
@@ -30,9 +30,11 @@ private:
     bool perform(const std::string& action, EyeGesture expected, double windowSeconds);
     void record();
     void say(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    // Asks the simulated wearer (or hub) to do `command`; true when it could.
+    bool sim(const std::string& command) { return mSim->command(command).compare(0, 2, "OK") == 0; }
 
     GazeClient* mClient;
-    SimControl* mSim;
+    hubsim::ControlClient* mSim;
     double mSpeed;
     int mPerformed = 0;
     int mDetected = 0;

@@ -14,13 +14,12 @@
 
 #include "tools/gazectl/Demo.h"
 #include "tools/gazectl/GazeClient.h"
-#include "tools/gazectl/SimControl.h"
+#include "tools/hubsim/ControlClient.h"
 
 using velto::gazectl::Demo;
 using velto::gazectl::EyeGesture;
 using velto::gazectl::GazeClient;
 using velto::gazectl::GestureEvent;
-using velto::gazectl::SimControl;
 typedef velto::GazeServiceInterface G;
 
 namespace {
@@ -187,7 +186,7 @@ int main(int argc, char** argv) {
     if (*calibrateCmd) return calibrate(client.get(), gesture, calibrationSeconds);
     if (*recordCmd) return record(client.get(), recordSeconds);
     if (*demoCmd) {
-        SimControl sim;
+        velto::hubsim::ControlClient sim;
         std::string error;
         if (!sim.connect(simControl, &error)) {
             fprintf(stderr, "gazectl: %s\n", error.c_str());

@@ -171,7 +171,12 @@ void HubModel::onSample(int64_t simNs, uint16_t reading) {
             raise(Interrupt::Wink);
         }
     }
-    if (mSettings.passthru) {
+    if (!mSettings.passthru) {
+        mPretrigger.push_back(Packet{static_cast<uint64_t>(ts), value});
+        if (mPretrigger.size() > PacketFifo::kCapacity) mPretrigger.pop_front();
+        return;
+    }
+    {
         ++mStats.packetsMade;
         const Packet p{static_cast<uint64_t>(ts), value};
         if (mDropLeft > 0) {
@@ -212,6 +217,7 @@ void HubModel::delayPackets(int64_t ns) {
 void HubModel::onDeviceOpen() {
     mFifo.clear();
     mHeld.clear();
+    mPretrigger.clear();
 }
 
 size_t HubModel::takePackets(size_t max, std::vector<uint8_t>* out) {
@@ -253,6 +259,7 @@ void HubModel::softReset() {
     mSettings = Settings();
     mFifo.clear();
     mHeld.clear();
+    mPretrigger.clear();
     mHoldUntil = -1;
     mDonDoff.reset();
     mWink.reset();
@@ -402,6 +409,13 @@ int HubModel::writeSetting(std::string_view name, std::string_view text) {
             mFifo.clear();
             mHeld.clear();
         }
+        if (!s.passthru && on) {
+            for (const Packet& p : mPretrigger) {
+                ++mStats.packetsMade;
+                queue(p);
+            }
+        }
+        mPretrigger.clear();
         s.passthru = on;
     } else if (name == "don_doff_enable") {
         if (on && !s.donDoffEnable) mDonDoff.reset();

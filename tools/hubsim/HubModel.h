@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <deque>
 #include <vector>
 
 #include "tools/hubsim/DebugFifo.h"
@@ -151,6 +152,10 @@ private:
 
     PacketFifo mFifo;
     std::vector<Packet> mHeld;
+    // The last conversions while not streaming: turning passthrough on queues
+    // them first, so a listener that asks for history right after a
+    // low-power wink sees the wink from its start.
+    std::deque<Packet> mPretrigger;
     int64_t mHoldUntil = -1;
     DonDoffDetector mDonDoff;
     LowPowerWinkDetector mWink;

@@ -88,6 +88,29 @@ TEST(HubModelTest, PausedHubNeitherSamplesNorStreams) {
     EXPECT_EQ(hub.queuedPackets(), 0u);
 }
 
+TEST(HubModelTest, TurningPassthroughOnQueuesTheLastConversionsFirst) {
+    HubModel hub(HubConfig{});
+    hub.write("pause", "0");
+    int64_t t = 0;
+    feed(hub, &t, 100, 700);  // not streaming: the hub keeps the last 64
+    EXPECT_EQ(hub.queuedPackets(), 0u);
+    ASSERT_EQ(hub.write("passthru_enable", "1"), 0);
+    std::vector<Decoded> p = take(hub, 100);
+    ASSERT_EQ(p.size(), 64u);
+    EXPECT_EQ(p[0].ts, static_cast<uint64_t>(37 * kPeriod + 1000000000));
+    for (size_t i = 1; i < p.size(); ++i) EXPECT_EQ(p[i].ts - p[i - 1].ts, static_cast<uint64_t>(kPeriod)) << i;
+    feed(hub, &t, 1, 701);  // then the stream goes on
+    p = take(hub, 100);
+    ASSERT_EQ(p.size(), 1u);
+    EXPECT_EQ(p[0].value, 701);
+    // Opening the device (a flush) forgets them, as does turning passthrough off.
+    ASSERT_EQ(hub.write("passthru_enable", "0"), 0);
+    feed(hub, &t, 10, 700);
+    hub.onDeviceOpen();
+    ASSERT_EQ(hub.write("passthru_enable", "1"), 0);
+    EXPECT_EQ(hub.queuedPackets(), 0u);
+}
+
 TEST(HubModelTest, FifoKeepsSixtyFourPacketsAndCountsWhatOverflows) {
     HubModel hub(HubConfig{});
     hub.write("pause", "0");

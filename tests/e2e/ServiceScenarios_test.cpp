@@ -1,0 +1,308 @@
+// The whole service against veltohub-sim: a client as an application would
+// be one, one scenario per process. The detector files are the test cascades
+// of tests/e2e/detectors (the simulator installs them as the shipped ones).
+#include <dirent.h>
+
+#include <atomic>
+#include <fstream>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "service/GazeService.h"
+#include "tests/e2e/E2eSupport.h"
+#include "tests/harness/LogCapture.h"
+
+namespace velto {
+namespace {
+
+using e2e::value;
+using e2e::waitFor;
+using test::LogCapture;
+typedef GazeServiceInterface G;
+
+struct Client : public G::GazeListenerInterface {
+    std::mutex lock;
+    std::vector<G::EyeGesture> events;
+    void onEyeGesture(G::EyeGesture gesture, int64_t start, int64_t end) override {
+        EXPECT_EQ(10000000, end - start);
+        std::lock_guard<std::mutex> l(lock);
+        events.push_back(gesture);
+    }
+    size_t count(G::EyeGesture g) {
+        std::lock_guard<std::mutex> l(lock);
+        return static_cast<size_t>(std::count(events.begin(), events.end(), g));
+    }
+    std::vector<G::EyeGesture> copy() {
+        std::lock_guard<std::mutex> l(lock);
+        return events;
+    }
+};
+
+// Starts the simulator with the test detector files and returns the started
+// service with a client listening.
+GazeService* startService(hubsim::HubSimProcess* sim, const std::string& scenario, double speed,
+                          const android::sp<Client>& client, const char* serial = "G0123") {
+    hubsim::HubSimProcess::Options options = e2e::scenario(scenario, speed);
+    options.extraArgs = {"--gaze-etc", VELTO_E2E_DETECTORS};
+    e2e::startHub(sim, options);
+    setenv("VELTOGAZE_SERIAL", serial, 1);
+    GazeService* service = GazeService::getInstance();
+    service->setGazeListener(client);
+    EXPECT_TRUE(service->start());
+    return service;
+}
+
+// A still wearer: no spontaneous blinks, no noise, no drift.
+const std::string kStill = "spontaneous off\nwearer baseline 1200\nwearer noise 0\nwearer drift 0\n"
+                           "wearer spikes-per-hour 0\nwearer sample-loss-per-hour 0\n";
+
+bool ok(const std::string& reply) { return reply.compare(0, 2, "OK") == 0; }
+
+std::vector<std::string> readLines(const std::string& path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> logFiles(const std::string& root) {
+    std::vector<std::string> out;
+    DIR* dir = opendir((root + "/data/system/gaze").c_str());
+    while (dirent* e = dir != nullptr ? readdir(dir) : nullptr) {
+        if (std::string(e->d_name).rfind("prox_data_", 0) == 0) out.push_back(root + "/data/system/gaze/" + e->d_name);
+    }
+    if (dir != nullptr) closedir(dir);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+TEST(ServiceScenario, AClientGetsDonThenDoff) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, "wearer baseline 1100\nstart off\n", 8, client);
+    ASSERT_TRUE(service->isGestureSupported(G::DON));
+    EXPECT_TRUE(service->isGestureSupported(G::DOFF));
+    ASSERT_TRUE(service->startGestureDetector(G::DOFF, false, -1));  // the shared don/doff module
+    EXPECT_TRUE(service->isGestureDetectorRunning(G::DON));
+    ASSERT_TRUE(waitFor([&] { return ok(sim.command("don")); }));
+    ASSERT_TRUE(waitFor([&] { return client->count(G::DON) == 1; }));
+    ASSERT_TRUE(waitFor([&] { return ok(sim.command("doff")); }));
+    ASSERT_TRUE(waitFor([&] { return client->count(G::DOFF) == 1; }));
+    EXPECT_EQ(std::vector<G::EyeGesture>({G::DON, G::DOFF}), client->copy());
+    service->stop();
+    EXPECT_FALSE(service->isGestureDetectorRunning(G::DON));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
+}
+
+TEST(ServiceScenario, ADoubleBlinkReachesTheListenerAndAOneShotStops) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 4, client);
+    ASSERT_TRUE(service->isGestureSupported(G::DOUBLE_BLINK));
+    ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, true, -1));
+    usleep(300000);
+    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
+    ASSERT_TRUE(waitFor([&] { return client->count(G::DOUBLE_BLINK) == 1; }));
+    EXPECT_TRUE(waitFor([&] { return !service->isGestureDetectorRunning(G::DOUBLE_BLINK); }));
+    usleep(500000);
+    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
+    usleep(1500000);
+    EXPECT_EQ(1u, client->count(G::DOUBLE_BLINK));  // one shot: nothing more
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
+}
+
+TEST(ServiceScenario, ALowPowerWinkLeadsToAValidatedWinkAfterCalibration) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 4, client);
+    ASSERT_TRUE(service->isGestureSupported(G::WINK));
+    EXPECT_FALSE(service->startGestureDetector(G::WINK, false, 1000));  // no timeout mode
+
+    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::WINK));
+    for (int i = 0; i < 3 && !service->isCalibrationCompleteForGesture(G::WINK); ++i) {
+        usleep(700000);
+        ASSERT_TRUE(ok(sim.command("wink 450ms 300")));
+        usleep(1200000);
+    }
+    EXPECT_TRUE(service->isCalibrationCompleteForGesture(G::WINK)) << LogCapture::dump();
+    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::WINK));
+    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::WINK));
+    // The hub's own detector now looks for this wearer's winks.
+    EXPECT_NE("0", value(sim.command("get wink_min")));
+    EXPECT_NE("680", value(sim.command("get wink_max")));
+    EXPECT_EQ(0, access((sim.root() + "/data/system/gaze/wink_calibration.txt").c_str(), F_OK));
+
+    const size_t calibrationWinks = client->count(G::WINK);
+    ASSERT_TRUE(service->startGestureDetector(G::WINK, false, -1));
+    EXPECT_EQ("0", value(sim.command("get passthru_enable")));  // low power until the hub says wink
+    usleep(500000);
+    ASSERT_TRUE(ok(sim.command("wink 450ms 300")));
+    ASSERT_TRUE(waitFor([&] { return client->count(G::WINK) == calibrationWinks + 1; })) << LogCapture::dump();
+    EXPECT_TRUE(LogCapture::contains("onLowPowerWink() called... Switching to high power classifier..."));
+    // The validation ends and the hub goes back to low power.
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
+}
+
+TEST(ServiceScenario, LookAtScreenAfterItsCalibration) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 4, client);
+    ASSERT_TRUE(service->isGestureSupported(G::LOOK_AT_SCREEN));
+    EXPECT_FALSE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));  // not calibrated
+
+    // The wearer looks at the display for about half of the session.
+    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+    usleep(500000);
+    ASSERT_TRUE(ok(sim.command("look 4s 150")));
+    usleep(2000000);
+    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
+    const std::vector<std::string> params = readLines(sim.root() + "/data/system/gaze/laser_params.txt");
+    ASSERT_EQ(1u, params.size());
+    const float threshold = std::stof(params[0]);
+    EXPECT_NEAR(120.0f, threshold, 10.0f);  // 0.8 of the level shift
+    ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
+
+    ASSERT_TRUE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));
+    usleep(500000);
+    ASSERT_TRUE(ok(sim.command("look 2s 150")));
+    ASSERT_TRUE(waitFor([&] { return client->count(G::LOOK_AT_SCREEN) >= 1; })) << LogCapture::dump();
+    usleep(2500000);
+    ASSERT_TRUE(ok(sim.command("look 2s 40")));  // below this wearer's threshold
+    usleep(3000000);
+    EXPECT_EQ(1u, client->count(G::LOOK_AT_SCREEN));
+    EXPECT_TRUE(service->stopGestureDetector(G::LOOK_AT_SCREEN));
+}
+
+TEST(ServiceScenario, TheLogHoldsTheHeaderAndEveryDeliveredSampleInOrder) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 8, client);
+    ASSERT_TRUE(service->startLogging());
+    EXPECT_TRUE(service->isLogging());
+    EXPECT_FALSE(service->startLogging());
+    ASSERT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "1"; }));
+    usleep(1500000);
+    // Stop the hub's conversions and let the library drain the FIFO.
+    ASSERT_TRUE(ok(sim.command("set pause 1")));
+    ASSERT_TRUE(waitFor([&] { return sim.command("stats").find(" queued=0 ") != std::string::npos; }));
+    usleep(200000);
+    const std::string stats = sim.command("stats");
+    const size_t at = stats.find("delivered=");
+    const long delivered = std::stol(stats.substr(at + 10));
+    ASSERT_TRUE(service->stopLogging());
+    EXPECT_FALSE(service->isLogging());
+
+    const std::vector<std::string> files = logFiles(sim.root());
+    ASSERT_EQ(1u, files.size());
+    const std::vector<std::string> lines = readLines(files[0]);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ("# <HEADER>", lines[0]);
+    size_t header = 0;
+    while (header < lines.size() && lines[header] != "# </HEADER>") ++header;
+    ASSERT_LT(header, lines.size());
+    EXPECT_NE(std::string::npos, std::string(lines[1]).find("GazeServiceVersion: 0.12.1"));
+    const long samples = static_cast<long>(lines.size() - header - 1);
+    EXPECT_GT(samples, 100);
+    EXPECT_EQ(delivered, samples);  // no packet lost between the hub and the file
+    long long previous = -1;
+    for (size_t i = header + 1; i < lines.size(); ++i) {
+        long long t = 0;
+        int reading = 0;
+        char flag = 0;
+        ASSERT_EQ(3, sscanf(lines[i].c_str(), "%lld %d %c", &t, &reading, &flag)) << lines[i];
+        EXPECT_GT(t, previous) << i;
+        EXPECT_NEAR(1200, reading, 10);
+        previous = t;
+    }
+}
+
+TEST(ServiceScenario, MasterEnablePausesTheHubAndTheLogAndResumesWithANewHeader) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 8, client);
+    ASSERT_TRUE(service->startLogging());
+    ASSERT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "1"; }));
+    usleep(300000);
+    service->setMasterEnable(false);
+    EXPECT_FALSE(service->getMasterEnable());
+    EXPECT_FALSE(service->isLogging());
+    EXPECT_FALSE(service->isRunning());
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
+    usleep(1100000);  // a new log file name needs a new epoch nanosecond anyway
+    service->setMasterEnable(true);
+    EXPECT_TRUE(service->isLogging());
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "0"; }));
+    usleep(300000);
+    ASSERT_TRUE(service->stopLogging());
+
+    const std::vector<std::string> files = logFiles(sim.root());
+    ASSERT_EQ(2u, files.size());
+    for (const std::string& file : files) {
+        const std::vector<std::string> lines = readLines(file);
+        ASSERT_GT(lines.size(), 10u);
+        EXPECT_EQ("# <HEADER>", lines[0]) << file;
+    }
+}
+
+// The client's listener blocks on the sensor thread inside a module's lock; a
+// client thread then waits for that module while holding the service lock.
+TEST(ServiceScenario, DumpAnswersWhileAnotherThreadHoldsTheServiceLock) {
+    struct BlockingClient : public Client {
+        std::promise<void> entered;
+        std::shared_future<void> release;
+        std::atomic<bool> first{true};
+        void onEyeGesture(G::EyeGesture gesture, int64_t start, int64_t end) override {
+            Client::onEyeGesture(gesture, start, end);
+            if (first.exchange(false)) {
+                entered.set_value();
+                release.wait();
+            }
+        }
+    };
+    hubsim::HubSimProcess sim;
+    android::sp<BlockingClient> client = new BlockingClient();
+    std::promise<void> release;
+    client->release = release.get_future().share();
+    GazeService* service = startService(&sim, kStill, 4, client);
+    ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, false, -1));
+    usleep(300000);
+    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
+    client->entered.get_future().wait();
+    std::thread holder([&] { service->stopGestureDetector(G::DOUBLE_BLINK); });  // waits inside the service lock
+    usleep(200000);
+
+    LogCapture::clear();
+    android::String8 out;
+    service->dump(out);
+    release.set_value();
+    holder.join();
+    EXPECT_TRUE(LogCapture::contains("WARNING: dump() failed to acquire lock -- output may be an inconsistent view."));
+    const std::string text = out.string();
+    for (const char* part : {"GazeService version 0.12.1\n", "Proximity sensor exists = TRUE\n",
+                             "Proximity sensor thread status: running\n", "Driver name: Veltohub Proximity Sensor\n",
+                             "Module: WinkModule  Version: WinkModule: 1.0.2 WinkDetector: Multi-Duration 0.1.0\n",
+                             "Module: DoubleBlinkModule", "DoubleBlinkModule status: on\n", "Module: DonDoffModule",
+                             "Module: LookAtScreenModule", "... end dumping GazeServiceModule's.\n"}) {
+        EXPECT_NE(std::string::npos, text.find(part)) << part;
+    }
+    EXPECT_FALSE(service->isGestureDetectorRunning(G::DOUBLE_BLINK));
+}
+
+TEST(ServiceScenario, HardwareRevisionFHasNoWink) {
+    hubsim::HubSimProcess sim;
+    android::sp<Client> client = new Client();
+    GazeService* service = startService(&sim, kStill, 8, client, "F0042");
+    EXPECT_FALSE(service->isGestureSupported(G::WINK));
+    EXPECT_TRUE(service->isGestureSupported(G::DOUBLE_BLINK));
+    EXPECT_TRUE(service->isGestureSupported(G::DON));
+    EXPECT_TRUE(service->isGestureSupported(G::LOOK_AT_SCREEN));
+    EXPECT_TRUE(LogCapture::contains("Checking that hardware rev ('F' >= 'G') to run WINK: false"));
+    EXPECT_TRUE(LogCapture::contains("... failed to create module for gesture: WINK."));
+    EXPECT_FALSE(service->startGestureDetector(G::WINK, false, -1));
+    EXPECT_TRUE(LogCapture::contains("Cannot start module for gesture WINK... module is NULL!"));
+}
+
+}  // namespace
+}  // namespace velto
