@@ -215,6 +215,12 @@ int WinkModule::saveCalibration_l(const android::String8& file) const {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "mWinkDetector cannot be NULL!");
         return FAILED;
     }
+    // An incomplete calibration would overwrite a good one with thresholds
+    // that let the hub's own detector miss every wink.
+    if (!mWinkDetector->isCalibrated()) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "No complete wink calibration to save.");
+        return FAILED;
+    }
     // Saving is where the collected calibration is applied to the hub.
     if (mWinkDetector->applyAndSaveCalibration(file.string())) {
         __android_log_print(ANDROID_LOG_INFO, kTag, "Successfully saved calibration file: %s", file.string());

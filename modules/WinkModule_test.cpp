@@ -107,12 +107,13 @@ TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
     EXPECT_EQ(FAILED, module.endCalibrationInterval());  // no interval open
 
     EXPECT_EQ(OK, module.commitCalibration());
+    EXPECT_EQ(FAILED, module.saveCalibration());  // nothing complete to save
+    EXPECT_TRUE(LogCapture::contains("No complete wink calibration to save."));
+    detector.calibrated = true;
     EXPECT_EQ(OK, module.saveCalibration());
     detector.applyResult = false;
     EXPECT_EQ(FAILED, module.saveCalibration());
     EXPECT_TRUE(LogCapture::contains("Can not save calibration data to"));
-    EXPECT_FALSE(module.canStart());
-    detector.calibrated = true;
     EXPECT_TRUE(module.hasValidCalibration());
     EXPECT_EQ(OK, module.loadCalibration());
     EXPECT_EQ(OK, module.clearCalibration());

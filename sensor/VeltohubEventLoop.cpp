@@ -129,6 +129,16 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
     processAllCommands();
     for (int i = streaming ? 0 : 1; i < 4; ++i) {
         if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;
+        // A notified attribute reports priority data with the error; an error
+        // alone means the file itself is broken (its driver or mount gone).
+        if ((i == 1 || i == 2) && (mPollFds[i].revents & POLLPRI) == 0) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Interrupt file %s is broken (events 0x%x); no longer polled.",
+                                i == 1 ? "don_doff" : "wink", mPollFds[i].revents);
+            close(mPollFds[i].fd);
+            mPollFds[i].fd = -1;
+            mPollFds[i].revents = 0;
+            continue;
+        }
         switch (i) {
             case 0:
                 handleProxDataInterrupt();
@@ -164,7 +174,17 @@ void VeltohubProximitySensor::handleProxDataInterrupt() {
     // A failed read passes the zero sample on; listeners with a positive
     // horizon skip it.
     ProxData sample(0, 0);
-    readOnePacket(&sample);
+    if (readOnePacket(&sample)) {
+        mFailedReads = 0;
+    } else if (++mFailedReads >= kMaxFailedReads) {
+        // A device that fails every read would keep this thread spinning; it
+        // is polled again after the next flush reopens it.
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "The data device failed %d reads in a row; no longer polled.",
+                            mFailedReads);
+        mPollFds[0].fd = -1;
+        mFailedReads = 0;
+        return;
+    }
     mHistoryBuffer.add(sample);
     dispatchProxData(sample);
 }

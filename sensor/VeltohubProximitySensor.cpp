@@ -56,6 +56,7 @@ VeltohubProximitySensor::VeltohubProximitySensor()
       mBatchCursor(0),
       mBatchPacketsLeft(0),
       mPacketCount(0),
+      mFailedReads(0),
       mRequestPipeFd(-1),
       mExecutionPipeFd(-1),
       mStreaming(0),

@@ -211,6 +211,9 @@ protected:
     unsigned int mBatchCursor;
     unsigned int mBatchPacketsLeft;
     uint64_t mPacketCount;
+    // Failed reads in a row; the device stops being polled at the limit.
+    static const int kMaxFailedReads = 100;
+    int mFailedReads;
 
     // Control pipe and command queue.
     int mRequestPipeFd;

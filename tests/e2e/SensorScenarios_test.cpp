@@ -120,6 +120,14 @@ TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
     EXPECT_EQ("0", value(sim.command("get wink_enable")));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
+
+    // The hub goes away: its broken files are dropped from the poll set
+    // instead of waking the thread without end.
+    ASSERT_TRUE(sim.stop());
+    EXPECT_TRUE(waitFor([&] { return LogCapture::count("no longer polled.") == 2; }));
+    const size_t handled = LogCapture::count("interrupt!");
+    usleep(300000);
+    EXPECT_EQ(handled, LogCapture::count("interrupt!"));
 }
 
 TEST(SensorScenario, FlushDropsTheHistoryAndAStalePipeIsReused) {
