@@ -57,3 +57,9 @@ fuzz: deps
 	  st=0; $$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$dir $$seeds > $$dir.log 2>&1 || st=$$?; \
 	  tail -n 12 $$dir.log; [ $$st -eq 0 ] || { echo "$$name failed: see $$dir.log"; exit 1; }; \
 	done
+
+# Retrains the detector files under etc/gaze/ from gazesynth corpora with
+# fixed seeds (tools/gazetrain/make-models.sh); deterministic for a build.
+models: configure
+	cmake --build $(BUILD) -j$(JOBS) --target gazesynth gazetrain
+	tools/gazetrain/make-models.sh $(BUILD) etc/gaze

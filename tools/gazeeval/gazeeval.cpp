@@ -1,0 +1,104 @@
+// gazeeval: replays a labelled corpus through the library's detectors and
+// scores them, beside a simple threshold baseline.
+//
+//   gazeeval --corpus DIR [--models DIR] [--json] [--per-recording] [--detections FILE.tsv]
+//            [--plot FILE.svg [--plot-recording NAME] [--plot-from S] [--plot-to S]]
+//
+// Every input is read and checked before anything is written: on bad input
+// the error names the file and line, the exit status is 1, and no report or
+// picture is produced.
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tools/gazeeval/Evaluation.h"
+#include "tools/gazeeval/SvgPlot.h"
+
+using namespace velto::gazetools;
+
+namespace {
+
+bool writeText(const std::string& path, const std::string& text) {
+    FILE* f = fopen(path.c_str(), "w");
+    if (f == nullptr) return false;
+    const bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();
+    return fclose(f) == 0 && ok;
+}
+
+int fail(const std::string& message) {
+    fprintf(stderr, "gazeeval: %s\n", message.c_str());
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Scores the shipped detectors on a labelled corpus."};
+    std::string corpusDir, modelsDir = "etc/gaze", plotPath, plotRecording, detectionsPath;
+    bool json = false, perRecording = false, verbose = false;
+    double plotFrom = 0, plotTo = -1;
+    int threads = static_cast<int>(std::max(1u, std::min(2u, std::thread::hardware_concurrency())));
+    app.add_option("--corpus", corpusDir, "Directory of recordings X.txt with labels X.labels")->required();
+    app.add_option("--models", modelsDir, "Directory of the detector and list files")->capture_default_str();
+    app.add_flag("--json", json, "Print the report as one JSON object");
+    app.add_flag("--per-recording", perRecording, "Add every recording's scores to the JSON report");
+    app.add_option("--plot", plotPath, "Draw a recording with its labels and detections to this SVG file");
+    app.add_option("--plot-recording", plotRecording, "Recording to draw (default: the first)");
+    app.add_option("--plot-from", plotFrom, "Start of the drawing, seconds from the recording's start");
+    app.add_option("--plot-to", plotTo, "End of the drawing, seconds from the recording's start (default: its end)");
+    app.add_option("--detections", detectionsPath, "Write every detection with its outcome to this TSV file");
+    app.add_option("--threads", threads, "Recordings replayed at once")->check(CLI::Range(1, 64));
+    app.add_flag("--verbose", verbose, "Show the library's log on stderr");
+    CLI11_PARSE(app, argc, argv);
+
+    routeLibraryLog(verbose);
+    std::vector<CorpusRecording> corpus;
+    InputError inputError;
+    if (!loadCorpus(corpusDir, &corpus, &inputError)) return fail(inputError.text());
+    const CorpusRecording* plotted = nullptr;
+    size_t plottedIndex = 0;
+    if (!plotPath.empty()) {
+        for (size_t i = 0; i < corpus.size() && plotted == nullptr; ++i) {
+            if (plotRecording.empty() || corpus[i].name == plotRecording) plotted = &corpus[plottedIndex = i];
+        }
+        if (plotted == nullptr) return fail(corpusDir + ": no recording named " + plotRecording);
+    }
+
+    const ModelFiles models = ModelFiles::inDirectory(modelsDir);
+    std::string error;
+    if (!models.check(&error)) return fail(error);
+    CorpusReport report;
+    std::vector<RecordingReplay> replays;
+    if (!evaluateCorpus(corpus, models, defaultScratchDir(), threads, &report,
+                        plotted != nullptr ? &replays : nullptr, &error)) {
+        return fail(error);
+    }
+
+    if (plotted != nullptr) {
+        const RecordingReplay& r = replays[plottedIndex];
+        const std::vector<PlotMarks> marks = {
+                {"DOUBLE_BLINK", "#1f77b4", r.doubleBlink.cascade},
+                {"DOUBLE_BLINK baseline", "#6baed6", r.doubleBlink.baseline},
+                {"WINK", "#d62728", r.wink.cascade},
+                {"WINK baseline", "#fc9272", r.wink.baseline},
+                {"LOOK_AT_SCREEN", "#2ca02c", r.lookAtScreen.cascade},
+                {"LOOK_AT_SCREEN baseline", "#a1d99b", r.lookAtScreen.baseline},
+        };
+        const int64_t from = plotted->firstNs + static_cast<int64_t>(std::llround(plotFrom * 1e9));
+        const int64_t to = plotTo < 0 ? plotted->lastNs
+                                      : plotted->firstNs + static_cast<int64_t>(std::llround(plotTo * 1e9));
+        if (!writeText(plotPath, renderSvg(*plotted, from, to, marks))) return fail(plotPath + ": cannot write");
+    }
+    if (!detectionsPath.empty() && !writeText(detectionsPath, detectionsToTsv(report))) {
+        return fail(detectionsPath + ": cannot write");
+    }
+    if (json) {
+        printf("%s\n", reportToJson(report, perRecording).dump(2).c_str());
+    } else {
+        printf("%s", reportToText(report).c_str());
+    }
+    return 0;
+}

@@ -1,0 +1,138 @@
+#include "tools/gazetrain/TrainingSet.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "classifier/BoostingDetector.h"
+#include "tests/harness/TestRoot.h"
+
+namespace velto {
+namespace gazetools {
+namespace {
+
+using signal::LabelKind;
+constexpr int64_t kMs = 1000000;
+
+// A recording at about 32 Hz with jitter, `level(t_ms)` as its reading.
+template <typename Level>
+CorpusRecording makeRecording(double seconds, Level level, std::vector<signal::Label> labels = {},
+                              double gapAtSeconds = -1.0) {
+    CorpusRecording rec;
+    rec.name = "synthetic";
+    int64_t t = 5000 * kMs;
+    for (int i = 0; t < 5000 * kMs + static_cast<int64_t>(seconds * 1e9); ++i) {
+        const double ms = static_cast<double>(t - 5000 * kMs) * 1e-6;
+        rec.samples.push_back({t, static_cast<uint16_t>(std::lround(level(ms) + (i * 7919 % 11) - 5)), false});
+        t += 31250000 + (i % 3 - 1) * 1500000;
+        if (i % 97 == 50) t += 31250000;  // a skipped sample
+        if (gapAtSeconds > 0 && std::fabs(ms - gapAtSeconds * 1000) < 16) t += 400 * kMs;
+    }
+    rec.firstNs = rec.samples.front().timestampNs;
+    rec.lastNs = rec.samples.back().timestampNs;
+    for (auto& l : labels) {
+        l.startNs += 5000 * kMs;
+        l.endNs += 5000 * kMs;
+    }
+    rec.labels = labels;
+    return rec;
+}
+
+TEST(TrainingSetTest, GridWindowsAreTheDetectorsWindows) {
+    const CorpusRecording rec = makeRecording(
+            20.0, [](double ms) { return 600.0 + 80.0 * std::sin(ms / 300.0); }, {}, 9.0);
+    const GridStream grid = resampleLikeDetector(rec.samples, 32.0f);
+    ASSERT_EQ(2u, grid.segmentStarts.size());  // the 400 ms gap resets the detector
+
+    const std::string path = test::underRoot("/trivial_cascade.txt");
+    ASSERT_TRUE(test::writeFile(path, "1 6 16 1\n1 0.5\n0 0 1 0 0 1 1.0 0.0\n"));
+    DetectorOptions options;
+    options.frame_rate = 32.0f;
+    BoostingDetector detector(options);
+    ASSERT_TRUE(detector.loadDetectorFromFile(path.c_str()));
+
+    // Replaying the recording into the detector, its window always holds the
+    // newest grid values of the current segment.
+    size_t produced = 0;
+    GridStream partial;
+    for (size_t k = 0; k < rec.samples.size(); ++k) {
+        BoostingDetector::GestureInfo info;
+        detector.normalizeFrameRateAndDetectGesture(static_cast<double>(rec.samples[k].timestampNs) * 1e-6,
+                                                    rec.samples[k].reading, &info);
+        partial = resampleLikeDetector(std::vector<signal::RecordedSample>(rec.samples.begin(),
+                                                                            rec.samples.begin() + k + 1),
+                                       32.0f);
+        produced = partial.size();
+        const SeqSample* window = detector.getSample();
+        ASSERT_NE(nullptr, window);
+        const size_t held = std::min<size_t>(6, produced - partial.segmentStartOf(produced - 1));
+        ASSERT_EQ(held == 6, window->full()) << "sample " << k;
+        for (size_t i = 0; i < held; ++i) {
+            ASSERT_EQ(partial.values[produced - held + i], window->valueAt(static_cast<int>(i))) << "sample " << k;
+        }
+    }
+    EXPECT_EQ(grid.values, partial.values);
+    // Grid times step by the frame period within a segment.
+    for (size_t i = 1; i < grid.size(); ++i) {
+        if (grid.segmentStartOf(i) == i) continue;
+        ASSERT_NEAR(31.25, grid.timesMs[i] - grid.timesMs[i - 1], 1e-6);
+    }
+}
+
+TEST(TrainingSetTest, RolesAroundADoubleBlink) {
+    const CorpusRecording rec = makeRecording(
+            20.0, [](double) { return 500.0; }, {{10000 * kMs, 10500 * kMs, LabelKind::DoubleBlink}});
+    TargetSetup setup;
+    setup.target = Target::DoubleBlink;
+    setup.windowLength = 32;
+    const TrainingStream ts = prepareStream(rec, setup);
+    EXPECT_EQ(1, ts.events);
+    const double s = 5000 + 10000, e = 5000 + 10500;
+    int positives = 0;
+    for (size_t i = 0; i < ts.grid.size(); ++i) {
+        const double t = ts.grid.timesMs[i];
+        const bool full = i + 1 >= 32 && ts.grid.segmentStartOf(i) + 31 <= i;
+        const bool inBand = t >= e + setup.bandFromMs && t <= e + setup.bandToMs &&
+                            ts.grid.timesMs[i - 31] <= s - setup.preMarginMs;
+        const bool ignored = t >= e - setup.ignoreBeforeMs && t <= e + setup.bandToMs + setup.ignoreAfterMs;
+        const WindowRole expected = !full ? WindowRole::Unused
+                                    : inBand ? WindowRole::Positive
+                                    : ignored ? WindowRole::Unused
+                                              : WindowRole::Negative;
+        ASSERT_EQ(static_cast<int>(expected), static_cast<int>(ts.roles[i])) << "window ending at " << t;
+        positives += expected == WindowRole::Positive;
+    }
+    EXPECT_GE(positives, 6);
+    EXPECT_EQ(positives, ts.positives);
+}
+
+TEST(TrainingSetTest, LooksThatLowerTheLevelAreLearnedFromTheirReturn) {
+    // One look lowers the level from 20 s to 23 s, another raises it from
+    // 40 s to 44 s; each takes 150 ms to move.
+    auto level = [](double ms) {
+        if (ms >= 20000 && ms < 23150) return ms < 20150 ? 500 - (ms - 20000) * 100 / 150 : ms < 23000 ? 400 : 400 + (ms - 23000) * 100 / 150;
+        if (ms >= 40000 && ms < 44150) return ms < 40150 ? 500 + (ms - 40000) * 100 / 150 : ms < 44000 ? 600 : 600 - (ms - 44000) * 100 / 150;
+        return 500.0;
+    };
+    const CorpusRecording rec = makeRecording(60.0, level,
+                                              {{20000 * kMs, 23000 * kMs, LabelKind::LookAtScreen},
+                                               {23000 * kMs, 23150 * kMs, LabelKind::LookAwayFromScreen},
+                                               {40000 * kMs, 44000 * kMs, LabelKind::LookAtScreen},
+                                               {44000 * kMs, 44150 * kMs, LabelKind::LookAwayFromScreen}});
+    TargetSetup setup;
+    setup.target = Target::LookUp;
+    const GridStream grid = resampleLikeDetector(rec.samples, 32.0f);
+    std::vector<TargetEvent> events;
+    std::vector<std::pair<double, double>> ignored;
+    findTargetEvents(rec, grid, setup, &events, &ignored);
+    ASSERT_EQ(2u, events.size());
+    EXPECT_DOUBLE_EQ(5000 + 23000, events[0].startMs);  // the return of the lowering look
+    EXPECT_DOUBLE_EQ(5000 + 23150, events[0].endMs);
+    EXPECT_DOUBLE_EQ(5000 + 40000, events[1].startMs);  // the start of the raising look
+    EXPECT_DOUBLE_EQ(5000 + 40150, events[1].endMs);
+    EXPECT_DOUBLE_EQ(5000 + 44000, events[1].limitMs);  // positives end before it looks back
+}
+
+}  // namespace
+}  // namespace gazetools
+}  // namespace velto
