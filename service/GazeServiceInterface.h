@@ -13,7 +13,9 @@ namespace velto {
 // every detected gesture as a synchronous call on its listener.
 class GazeServiceInterface {
 public:
-    enum EyeGesture {
+    // Based on int, so that any value a client passes is a valid EyeGesture
+    // for the range checks of the service (values past 7 have no module).
+    enum EyeGesture : int {
         WINK = 0,
         DOUBLE_WINK = 1,
         BLINK = 2,
