@@ -149,11 +149,16 @@ int main(int argc, char** argv) {
         if (trainer.cascade().numLayers() == 0) return fail("no layer was trained");
         FILE* f = fopen(out.c_str(), "w");
         if (f == nullptr) return fail(out + ": cannot write");
-        fprintf(f, "# %s detector trained by gazetrain: window %d, labels %.0f..%.0f ms, positives from %.0f to %.0f ms "
-                   "after the event, %d layers, seed %llu\n",
-                targetName.c_str(), setup.windowLength, setup.minDurationMs, std::min(setup.maxDurationMs, 99999.0),
-                setup.bandFromMs, setup.bandToMs, trainer.cascade().numLayers(),
-                static_cast<unsigned long long>(params.seed));
+        std::string durations;
+        if (setup.target == Target::Wink) {
+            char buf[64];
+            snprintf(buf, sizeof(buf), ", winks of %.0f..%.0f ms", setup.minDurationMs, setup.maxDurationMs);
+            durations = buf;
+        }
+        fprintf(f, "# %s detector trained by gazetrain: window %d%s, positives from %.0f to %.0f ms after the event, "
+                   "%d layers, seed %llu\n",
+                targetName.c_str(), setup.windowLength, durations.c_str(), setup.bandFromMs, setup.bandToMs,
+                trainer.cascade().numLayers(), static_cast<unsigned long long>(params.seed));
         bool ok = trainer.cascade().writeToFile(f);
         if (fclose(f) != 0) ok = false;
         if (!ok) return fail(out + ": cannot write");
