@@ -39,9 +39,12 @@ int Demo::run() {
     calibrated = calibrateLookAtScreen() && calibrated;
 
     say("\n== Detection: every detector running, the wearer blinking as people do");
-    for (EyeGesture g : {G::WINK, G::DOUBLE_BLINK, G::DON, G::LOOK_AT_SCREEN}) {
+    say("  (the hub reports at once that the device is on the head)");
+    const size_t initial = mClient->eventCount();
+    for (EyeGesture g : {G::DON, G::WINK, G::DOUBLE_BLINK, G::LOOK_AT_SCREEN}) {
         if (!service->startGestureDetector(g, false, -1)) say("  cannot start the %s detector", GazeClient::name(g));
     }
+    mClient->waitForEvent(G::DON, initial, static_cast<int>(2000.0 / mSpeed));
     pause(2.0);
     const size_t before = mClient->eventCount();
     perform("double-blink", G::DOUBLE_BLINK, 2.0);
