@@ -5,46 +5,14 @@
 
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
 #include "fuzz/fuzz_sandbox.h"
-#include "sensor/ProximitySensorInterface.h"
-
-namespace {
-
-// A hub that accepts every parameter and has no listeners.
-class StubSensor : public velto::ProximitySensorInterface {
-public:
-    android::String8 getNameString() const override { return android::String8("stub"); }
-    android::String8 getVersionString() const override { return android::String8("stub"); }
-    android::String8 getParameterString(const android::String8&) const override { return android::String8(); }
-    android::String8 getParameterString() const override { return android::String8(); }
-    android::String8 getRawFifoDataString(const android::String8&) const override { return android::String8(); }
-    bool isHardwareAvailable() const override { return true; }
-    void setPause(bool) override {}
-    velto::TriStateBool isPaused() const override { return velto::TRI_STATE_FALSE; }
-    bool forceFirmwareUpdate() override { return true; }
-    void flush() override {}
-    bool setMCUParams(const velto::MCUParams&) override { return true; }
-    bool getMCUParams(velto::MCUParams* params) const override { return params != nullptr; }
-    bool setDonThreshold(unsigned short) override { return true; }
-    bool setDoffThreshold(unsigned short) override { return true; }
-    bool setDonMaxThreshold(unsigned short) override { return true; }
-    void addDonDoffListener(DonDoffListener*, bool) override {}
-    void removeDonDoffListener(DonDoffListener*) override {}
-    bool isDonDoffEnabled() const override { return false; }
-    bool isLowPowerMode() const override { return false; }
-    void addLowPowerWinkListener(LowPowerWinkListener*) override {}
-    void removeLowPowerWinkListener(LowPowerWinkListener*) override {}
-    void addProxDataListener(ProxDataListener*) override {}
-    void addProxDataListener(ProxDataListener*, long long) override {}
-    void removeProxDataListener(ProxDataListener*) override {}
-};
-
-}  // namespace
+#include "tools/gazeeval/ReplaySensor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace velto::fuzz;
     sandboxRoot();
     if (!writeUnderRoot("/cal.txt", data, size)) return 0;
-    static StubSensor sensor;
+    // A hub that accepts every parameter and has no listeners.
+    static velto::gazetools::ReplaySensor sensor;
     velto::CalibratedMultiDurationWinkDetector wink(&sensor);
     wink.addDetector(new velto::BoostingDetector(), velto::Interval<float>(280.0f, 500.0f));
     wink.addDetector(new velto::BoostingDetector(), velto::Interval<float>(400.0f, 800.0f));
