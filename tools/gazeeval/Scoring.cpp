@@ -60,9 +60,10 @@ double GestureScore::fpPerHour() const {
     return wearHours > 0 ? (detections - matched) / wearHours : kUndefined;
 }
 
-double GestureScore::latencyPercentileMs(double p) const {
-    if (latenciesMs.empty()) return kUndefined;
-    std::vector<double> v = latenciesMs;
+double GestureScore::latencyPercentileMs(double p) const { return interpolatedPercentile(latenciesMs, p); }
+
+double interpolatedPercentile(std::vector<double> v, double p) {
+    if (v.empty()) return kUndefined;
     std::sort(v.begin(), v.end());
     const double pos = std::clamp(p, 0.0, 1.0) * static_cast<double>(v.size() - 1);
     const size_t lo = static_cast<size_t>(std::floor(pos));

@@ -58,6 +58,10 @@ enum class Outcome { Matched, FalsePositive, Ignored };
 void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detectionsNs, GestureScore* score,
                      std::vector<Outcome>* outcomes = nullptr, std::vector<Span>* missed = nullptr);
 
+// The p-quantile (0..1) of the values, interpolated linearly between order
+// statistics; NaN for no values.
+double interpolatedPercentile(std::vector<double> values, double p);
+
 // Length in hours of the parts of `spans` inside [from, to] and outside
 // every span of `excluded`.
 double hoursInside(const std::vector<Span>& spans, int64_t from, int64_t to, const std::vector<Span>& excluded);

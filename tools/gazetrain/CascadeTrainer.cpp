@@ -100,7 +100,8 @@ void CascadeTrainer::train(const std::function<void(const std::string&)>& log) {
     size_t passed = 0, total = 0;
     mPositives = collect(WindowRole::Positive, mParams.maxPositives, 0, &passed, &total);
     mInitialPositives = mPositives.size();
-    log(format("%zu features of a %d-sample window; %zu positive windows (%zu in the magnitude gate), using %zu",
+    log(format("%zu features of a %d-sample window; %zu positive windows within the calibrated magnitudes, %zu of "
+               "them within the cascade's magnitude range; using %zu",
                mFeatures.size(), mWindowLength, total, passed, mPositives.size()));
     if (mPositives.empty()) {
         log("no positive windows: nothing to train");

@@ -77,15 +77,8 @@ void findTargetEvents(const CorpusRecording& rec, const GridStream& grid, const 
         const double s = ms(l.startNs), e = ms(l.endNs);
         switch (setup.target) {
             case Target::DoubleBlink:
-                if (l.kind != LabelKind::DoubleBlink) break;
-                if (e - s >= setup.minDurationMs && e - s <= setup.maxDurationMs) {
-                    events->push_back({s, e, kInfinity});
-                } else {
-                    ignored->push_back({s, e + 1000.0});
-                }
-                break;
             case Target::Wink:
-                if (l.kind != LabelKind::Wink) break;
+                if (l.kind != (setup.target == Target::Wink ? LabelKind::Wink : LabelKind::DoubleBlink)) break;
                 if (e - s >= setup.minDurationMs && e - s <= setup.maxDurationMs) {
                     events->push_back({s, e, kInfinity});
                 } else {

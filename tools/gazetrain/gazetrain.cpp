@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "tools/gazeeval/Replay.h"
+#include "tools/gazeeval/Scoring.h"
 #include "tools/gazetrain/CascadeTrainer.h"
 #include "tools/gazetrain/ListFiles.h"
 
@@ -41,12 +42,8 @@ bool loadCorpora(const std::vector<std::string>& dirs, std::vector<CorpusRecordi
     return true;
 }
 
-double quantile(std::vector<float> v, double q) {
-    std::sort(v.begin(), v.end());
-    const double pos = q * static_cast<double>(v.size() - 1);
-    const size_t lo = static_cast<size_t>(pos);
-    const size_t hi = std::min(lo + 1, v.size() - 1);
-    return v[lo] + (v[hi] - v[lo]) * (pos - static_cast<double>(lo));
+double quantile(const std::vector<float>& v, double q) {
+    return interpolatedPercentile(std::vector<double>(v.begin(), v.end()), q);
 }
 
 }  // namespace
