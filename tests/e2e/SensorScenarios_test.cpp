@@ -54,7 +54,7 @@ struct Winks : public ProximitySensorInterface::LowPowerWinkListener {
 
 TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistered) {
     hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 8));
+    startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer sample-loss-per-hour 0\n", 4));
     VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
     ASSERT_NE(nullptr, sensor);
     EXPECT_EQ(VeltohubProximitySensor::getInstance(), sensor);
@@ -70,14 +70,17 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
     sensor->addProxDataListener(&b);
     ASSERT_TRUE(waitFor([&] { return b.count() >= 10; }));
 
-    // Hub time stamps, one sample period (31.25 ms) apart, give or take jitter.
+    // Hub time stamps, one sample period (31.25 ms) apart, give or take jitter;
+    // a loaded machine may let the hub's FIFO overflow now and then.
     std::vector<ProxData> seen = a.copy();
+    size_t regular = 0;
     for (size_t i = 1; i < seen.size(); ++i) {
         const int64_t step = seen[i].mTimestampNanos - seen[i - 1].mTimestampNanos;
-        EXPECT_GT(step, 20000000) << i;
-        EXPECT_LT(step, 45000000) << i;
+        EXPECT_GT(step, 20000000) << i;  // never repeated or out of order
+        regular += step > 25000000 && step < 40000000;
         EXPECT_GT(static_cast<int>(seen[i].mData & 0x3FFF), 600) << i;  // worn: the wearer's baseline
     }
+    EXPECT_GE(regular * 10, (seen.size() - 1) * 9);
 
     sensor->removeProxDataListener(&a);
     EXPECT_EQ("1", value(sim.command("get passthru_enable")));  // one listener is left

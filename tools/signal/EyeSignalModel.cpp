@@ -183,7 +183,7 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
                             : msToNs(r.clampedNormal(w.blinkMs, 0.2 * w.blinkMs, 100, 400));
             } else if (e.kind == SignalEventKind::Wink) {
                 dur = given ? e.durationNs
-                            : msToNs(r.clampedNormal(w.winkMs, 0.12 * w.winkMs, 300, 800));
+                            : msToNs(r.clampedNormal(w.winkMs, 0.12 * w.winkMs, 340, 800));
             } else if (e.kind == SignalEventKind::Squint) {
                 dur = given ? e.durationNs : msToNs(r.uniform(500, 1500));
             } else {
@@ -203,11 +203,12 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
                 addLid(s, dur, amp, 0.3, 0.1, 0, false);
                 main = {s, s + dur, LabelKind::Blink};
             } else if (e.kind == SignalEventKind::Wink) {
-                // Deliberate winks of one wearer are alike in strength; the
-                // squeeze adds a ripple while the lid is held shut.
+                // Deliberate winks of one wearer are alike in strength; the lid
+                // shuts fast, is held shut (the squeeze adds a ripple) and
+                // opens more slowly.
                 const double amp =
                         hasAmount ? e.amount : w.winkAmplitude * r.clampedNormal(1, 0.07, 0.8, 1.2);
-                addLid(s, dur, amp, r.uniform(0.18, 0.26), r.uniform(0.38, 0.5),
+                addLid(s, dur, amp, r.uniform(0.10, 0.14), r.uniform(0.52, 0.62),
                        r.uniform(0.02, 0.08), true);
                 main = {s, s + dur, LabelKind::Wink};
             } else if (e.kind == SignalEventKind::Squint) {

@@ -76,12 +76,15 @@ WearerProfile WearerProfile::draw(uint64_t seed) {
     w.halfBlinkShare = rng.uniform(0.1, 0.25);
     w.blinkPairShare = rng.uniform(0.02, 0.08);
 
-    w.winkMs = rng.uniform(380, 620);
+    // Mean closure of a deliberate wink; the lid is shut for most of it, so
+    // at half height a wink lasts about four fifths of its closure.
+    w.winkMs = rng.uniform(420, 650);
     w.winkAmplitude = std::clamp(w.blinkAmplitude * rng.uniform(1.7, 2.6), 80.0, 850.0);
     w.doubleBlinkGapMs = rng.uniform(80, 220);
-    // Looking up moves lid and lashes; for most fits the reading rises.
-    const double shift = rng.logUniform(30, 300);
-    w.lookShift = rng.chance(0.8) ? shift : -shift;
+    // Looking up at the display lifts the reading: the look-at-screen
+    // calibration measures only how far, so the model keeps the direction.
+    // (A pinned negative shift still models a device that reads the other way.)
+    w.lookShift = rng.logUniform(30, 300);
     w.lookTransitionMs = rng.uniform(80, 250);
 
     w.headMotionPerMin = rng.uniform(0.3, 1.5);

@@ -12,7 +12,6 @@ namespace {
 
 TEST(WearerProfileTest, DrawnWearersStayInsideThePlausibleRanges) {
     double minBase = 1e9, maxBase = 0;
-    int negativeLooks = 0;
     for (uint64_t seed = 0; seed < 2000; ++seed) {
         const WearerProfile w = WearerProfile::draw(seed);
         ASSERT_GE(w.wornBaseline, 450);
@@ -27,17 +26,14 @@ TEST(WearerProfileTest, DrawnWearersStayInsideThePlausibleRanges) {
         ASSERT_LE(w.winkMs, 800);
         // A wink is stronger than the same wearer's blink.
         ASSERT_GT(w.winkAmplitude, w.blinkAmplitude * 1.2) << seed;
-        ASSERT_GE(std::abs(w.lookShift), 30);
-        ASSERT_LE(std::abs(w.lookShift), 300);
+        ASSERT_GE(w.lookShift, 30);  // the reading rises at the screen
+        ASSERT_LE(w.lookShift, 300);
         minBase = std::min(minBase, w.wornBaseline);
         maxBase = std::max(maxBase, w.wornBaseline);
-        negativeLooks += w.lookShift < 0;
     }
     // The whole range is used, not one corner of it.
     EXPECT_LT(minBase, 480);
     EXPECT_GT(maxBase, 2400);
-    EXPECT_GT(negativeLooks, 300);
-    EXPECT_LT(negativeLooks, 500);
     EXPECT_NE(WearerProfile::draw(1).describe(), WearerProfile::draw(2).describe());
 }
 
