@@ -19,7 +19,7 @@ std::vector<TrainingStream> tinyCorpus(const TargetSetup& setup) {
     std::vector<TrainingStream> streams;
     for (uint64_t w = 1; w <= 2; ++w) {
         signal::WearerProfile wearer = signal::WearerProfile::draw(1000 + w);
-        wearer.set("double-blink-rate", 6);
+        wearer.set("double-blink-rate", 10);
         wearer.set("doff-rate", 0);
         const auto result = signal::RecordingSession::generate(wearer, 77 + w, 10000000000LL, 240000000000LL, {}, {});
         CorpusRecording rec;
