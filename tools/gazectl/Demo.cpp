@@ -50,7 +50,9 @@ int Demo::run() {
     perform("double-blink", G::DOUBLE_BLINK, 2.0);
     perform("wink 450ms", G::WINK, 2.5);
     perform("look 3s", G::LOOK_AT_SCREEN, 3.5);
-    perform("blink 200ms", G::NUM_EYE_GESTURES, 1.5);
+    // A blink while still at the display; the wearer has looked back well
+    // before the next double blink.
+    perform("blink 200ms", G::NUM_EYE_GESTURES, 2.5);
     perform("double-blink", G::DOUBLE_BLINK, 2.0);
     perform("wink 550ms", G::WINK, 2.5);
     perform("doff", G::DOFF, 2.0);

@@ -145,6 +145,16 @@ void HubModel::raise(Interrupt which) {
 void HubModel::onSample(int64_t simNs, uint16_t reading) {
     advanceTo(simNs);
     if (mSettings.paused) return;
+    // The wink interrupt comes one conversion after the packet that carries
+    // the first flag, so a driver that serves its device before its interrupt
+    // files has that packet in hand when it handles the interrupt.
+    if (mWinkIrqPending) {
+        mWinkIrqPending = false;
+        if (mSettings.winkEnable && mSettings.winkFlagEnable) {
+            mWinkLatched = true;
+            raise(Interrupt::Wink);
+        }
+    }
     reading &= 0x3FFF;
     ++mTimerCount;
     ++mStats.samples;
@@ -166,10 +176,7 @@ void HubModel::onSample(int64_t simNs, uint16_t reading) {
         const LowPowerWinkDetector::Result r = mWink.update(
                 simNs, reading, {mSettings.gain, mSettings.winkMin, mSettings.winkMax});
         if (r.flag) value |= 0x4000;
-        if (r.fire && mSettings.winkFlagEnable) {
-            mWinkLatched = true;
-            raise(Interrupt::Wink);
-        }
+        if (r.fire && mSettings.winkFlagEnable) mWinkIrqPending = true;
     }
     if (!mSettings.passthru) {
         mPretrigger.push_back(Packet{static_cast<uint64_t>(ts), value});
@@ -264,6 +271,7 @@ void HubModel::softReset() {
     mDonDoff.reset();
     mWink.reset();
     mWinkLatched = false;
+    mWinkIrqPending = false;
     mDebug.clear();
     mRecent.clear();
     mIrqStatus = mLastIrqStatus = 0;

@@ -160,6 +160,7 @@ private:
     DonDoffDetector mDonDoff;
     LowPowerWinkDetector mWink;
     bool mWinkLatched = false;
+    bool mWinkIrqPending = false;  // raised with the next conversion
     DebugFifo mDebug;
     std::vector<uint16_t> mRecent;  // the last readings, for the debug FIFO
     FirmwareUpdater mUpdater;
