@@ -136,11 +136,11 @@ void VeltohubProximitySensor::processOneCommand() {
     delete command;
 }
 
-void VeltohubProximitySensor::processAllCommands() {
-    for (;;) {
+int VeltohubProximitySensor::processAllCommands() {
+    for (int done = 0;; ++done) {
         {
             android::Mutex::Autolock lock(mSensorLock);
-            if (mCommands.empty()) return;
+            if (mCommands.empty()) return done;
         }
         processOneCommand();
     }

@@ -126,7 +126,14 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
     }
     if (batchPending) mPollFds[0].revents |= POLLIN;
     AutoWakeLock wakeLock(kEventWakeLockName, false);
-    processAllCommands();
+    if (processAllCommands() > 0 && streaming && !batchPending && mPollFds[0].revents != 0) {
+        // The commands may have emptied the device since the poll (passthrough
+        // turned off and on, the device reopened). Ask again without waiting:
+        // a read on the strength of the old answer would block the thread until
+        // the hub sends again, which a paused hub never does.
+        mPollFds[0].revents = 0;
+        poll(&mPollFds[0], 1, 0);
+    }
     for (int i = streaming ? 0 : 1; i < 4; ++i) {
         if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;
         // A notified attribute reports priority data with the error; an error

@@ -66,6 +66,87 @@ private:
     std::thread mFeeder;
 };
 
+// A data device that holds only what the test writes, and can be emptied the
+// way a hub empties its FIFO when passthrough goes off and on again.
+class QuietFifo {
+public:
+    QuietFifo() {
+        const std::string path = test::underRoot(VeltohubProximitySensor::kDataDevicePath);
+        test::makeDirs(path.substr(0, path.rfind('/')));
+        unlink(path.c_str());
+        mkfifo(path.c_str(), 0600);
+        mFd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+    }
+    ~QuietFifo() { close(mFd); }
+    void send(uint64_t timestampNs) {
+        const std::string packet = PlainFileHub::packet(timestampNs, 500);
+        EXPECT_EQ(10, write(mFd, packet.data(), packet.size()));
+    }
+    void drain() {
+        char buf[640];
+        while (read(mFd, buf, sizeof(buf)) > 0) {
+        }
+    }
+
+private:
+    int mFd;
+};
+
+// Holds the event thread in its first callback until opened.
+struct Gate : public ProximitySensorInterface::ProxDataListener {
+    std::atomic<bool> open{false};
+    std::atomic<int> samples{0};
+    void onProxData(const ProxData&) override {
+        samples.fetch_add(1);
+        while (!open.load()) usleep(500);
+    }
+};
+
+// Empties the device from inside the history replay, a command.
+struct Drainer : public ProximitySensorInterface::ProxDataListener {
+    QuietFifo* device = nullptr;
+    std::atomic<int> samples{0};
+    void onProxData(const ProxData&) override {
+        samples.fetch_add(1);
+        device->drain();
+    }
+};
+
+bool waitFor(const std::atomic<int>& count, int atLeast, int ms) {
+    for (int i = 0; i < ms && count.load() < atLeast; ++i) usleep(1000);
+    return count.load() >= atLeast;
+}
+
+TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {
+    PlainFileHub hub;
+    QuietFifo device;
+    VeltohubProximitySensor sensor;
+    ASSERT_TRUE(sensor.start());
+    Gate gate;
+    sensor.addProxDataListener(&gate, 0);
+    usleep(100000);  // the thread has run the streaming commands and read their signals
+    device.send(5100000000ULL);
+    ASSERT_TRUE(waitFor(gate.samples, 1, 5000));
+    // While the thread is held, a packet arrives and a listener asks for
+    // history: the next poll finds both, and the replay empties the device.
+    device.send(5131250000ULL);
+    Drainer drainer;
+    drainer.device = &device;
+    sensor.addProxDataListener(&drainer, 1000);
+    gate.open.store(true);
+    ASSERT_TRUE(waitFor(drainer.samples, 1, 5000));
+    // The thread must come back to its queue with no packet to wake it.
+    Counter late;
+    sensor.addProxDataListener(&late, 1000);
+    const bool served = waitFor(late.samples, 1, 2000);
+    device.send(5162500000ULL);  // frees a thread stuck in a read, so that it can stop
+    EXPECT_TRUE(served) << "the event thread waits in a read of an empty device";
+    sensor.removeProxDataListener(&late);
+    sensor.removeProxDataListener(&drainer);
+    sensor.removeProxDataListener(&gate);
+    sensor.stop();
+}
+
 TEST(VeltohubEventThread, ListenersChangingFromCallbacksAndClientsNeverDeadlock) {
     PlainFileHub hub;
     FifoDevice device;

@@ -146,7 +146,7 @@ protected:
     void handleControlCommand(GazeServiceControlCommand signal);
     void queueCommand_l(CommandInterface* command);
     void processOneCommand();
-    void processAllCommands();
+    int processAllCommands();  // how many ran
     void requestInterruptThread();
 
     // Event loop.
