@@ -36,15 +36,19 @@ struct Swapper : public ProximitySensorInterface::ProxDataListener {
     }
 };
 
+// Puts a FIFO where the data device goes and returns the test's end of it,
+// opened read-write first, so the sensor's read-only open does not wait.
+int openDeviceFifo() {
+    const std::string path = test::underRoot(VeltohubProximitySensor::kDataDevicePath);
+    test::makeDirs(path.substr(0, path.rfind('/')));
+    unlink(path.c_str());
+    mkfifo(path.c_str(), 0600);
+    return open(path.c_str(), O_RDWR | O_NONBLOCK);
+}
+
 class FifoDevice {
 public:
-    FifoDevice() {
-        const std::string path = test::underRoot(VeltohubProximitySensor::kDataDevicePath);
-        test::makeDirs(path.substr(0, path.rfind('/')));
-        unlink(path.c_str());
-        mkfifo(path.c_str(), 0600);
-        // Opened read-write first, so the sensor's read-only open does not wait.
-        mFd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+    FifoDevice() : mFd(openDeviceFifo()) {
         mFeeder = std::thread([this] {
             uint64_t t = 6000000000ULL;
             while (!mStop.load()) {
@@ -70,13 +74,7 @@ private:
 // way a hub empties its FIFO when passthrough goes off and on again.
 class QuietFifo {
 public:
-    QuietFifo() {
-        const std::string path = test::underRoot(VeltohubProximitySensor::kDataDevicePath);
-        test::makeDirs(path.substr(0, path.rfind('/')));
-        unlink(path.c_str());
-        mkfifo(path.c_str(), 0600);
-        mFd = open(path.c_str(), O_RDWR | O_NONBLOCK);
-    }
+    QuietFifo() : mFd(openDeviceFifo()) {}
     ~QuietFifo() { close(mFd); }
     void send(uint64_t timestampNs) {
         const std::string packet = PlainFileHub::packet(timestampNs, 500);
