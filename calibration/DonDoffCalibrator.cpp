@@ -10,8 +10,10 @@
 #include "calibration/TwoLevelClustering.h"
 #include "classifier/FloatConversion.h"
 #include "service/GazeService.h"
+#include "veltoutils/AtomicFile.h"
 #include "veltoutils/Paths.h"
 #include "veltoutils/Utils.h"
+#include "veltoutils/ValueCheck.h"
 
 namespace velto {
 
@@ -153,39 +155,50 @@ bool DonDoffCalibrator::updateAndSaveCalibration() {
     // minCenter + range^0.95, minCenter + range^0.7 and
     // minCenter + (maxValue - minCenter)^1.1, as exp of scaled logs.
     const float logRange = static_cast<float>(log(static_cast<double>(range)));
-    const uint16_t don = toThreshold(static_cast<float>(exp(static_cast<double>(kDonExponent * logRange)) + minCenter));
-    const uint16_t doff =
-            toThreshold(static_cast<float>(exp(static_cast<double>(kDoffExponent * logRange)) + minCenter));
-    const uint16_t donMax = toThreshold(static_cast<float>(
-            exp(static_cast<double>(kDonMaxExponent) * log(static_cast<double>(maxValue - minCenter))) + minCenter));
+    const float donValue = static_cast<float>(exp(static_cast<double>(kDonExponent * logRange)) + minCenter);
+    const float doffValue = static_cast<float>(exp(static_cast<double>(kDoffExponent * logRange)) + minCenter);
+    const float donMaxValue = static_cast<float>(
+            exp(static_cast<double>(kDonMaxExponent) * log(static_cast<double>(maxValue - minCenter))) + minCenter);
+    const uint16_t don = toThreshold(donValue);
+    const uint16_t doff = toThreshold(doffValue);
+    const uint16_t donMax = toThreshold(donMaxValue);
     __android_log_print(ANDROID_LOG_INFO, kTag, "New don thresh = %u   New doff thresh = %u  New don max thresh = %u",
                         don, doff, donMax);
+    // The hub's thresholds are 16 bits wide: refuse values that would wrap.
+    ValueCheck check(kTag, "the computed don/doff thresholds");
+    if (!check.within("don threshold", donValue, 0, 0xFFFF) || !check.within("doff threshold", doffValue, 0, 0xFFFF) ||
+        !check.within("don max threshold", donMaxValue, 0, 0xFFFF)) {
+        return false;
+    }
 
-    if (!applyDonDoffParamsToProxSensor_l(don, doff, donMax)) return false;
-    MCUParams params;
-    if (!getMCUParamsFromProxSensor_l(&params)) return false;
+    // What the hub holds now goes into the file beside the new thresholds,
+    // and back to the hub should the file not be saved.
+    MCUParams before;
+    if (!getMCUParamsFromProxSensor_l(&before)) return false;
+    MCUParams params = before;
     params.donThreshold = don;
     params.doffThreshold = doff;
     params.donMaxThreshold = donMax;
+    if (!params.checkValues("the computed don/doff thresholds")) return false;
+    if (!applyDonDoffParamsToProxSensor_l(don, doff, donMax)) return false;
     if (!params.saveToFile(MCUParams::kMcuParamsFilename)) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Failed to save new parameter file: %s",
                             Paths::resolve(MCUParams::kMcuParamsFilename).string());
+        if (!applyDonDoffParamsToProxSensor_l(before.donThreshold, before.doffThreshold, before.donMaxThreshold)) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not restore the hub's earlier don/doff thresholds.");
+        }
         return false;
     }
 
     // The debug file only helps a later look; failing to write it does not
     // fail the calibration.
-    const android::String8 debugPath = Paths::resolve(kDebugFilename);
-    Utils::ensurePathExists(debugPath.string(), false);
-    FILE* debug = fopen(debugPath.string(), "w");
-    if (debug == nullptr) {
+    android::String8 debugText;
+    debugText.appendFormat("minValue: %f\n", static_cast<double>(minValue));
+    debugText.appendFormat("maxValue: %f\n", static_cast<double>(maxValue));
+    debugText.appendFormat("minCenter: %f\n", static_cast<double>(minCenter));
+    debugText.appendFormat("maxCenter: %f\n", static_cast<double>(maxCenter));
+    if (!AtomicFile::write(kDebugFilename, debugText)) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Error writing don/doff debug file: %s", strerror(errno));
-    } else {
-        fprintf(debug, "minValue: %f\n", static_cast<double>(minValue));
-        fprintf(debug, "maxValue: %f\n", static_cast<double>(maxValue));
-        fprintf(debug, "minCenter: %f\n", static_cast<double>(minCenter));
-        fprintf(debug, "maxCenter: %f\n", static_cast<double>(maxCenter));
-        fclose(debug);
     }
     samples.clear();
     return true;
@@ -236,7 +249,7 @@ bool DonDoffCalibrator::getMCUParamsFromProxSensor_l(MCUParams* params) {
 bool DonDoffCalibrator::loadCalibration() {
     PthreadLock lock(&mMutex);
     MCUParams params;
-    if (!params.loadFromFile(MCUParams::kMcuParamsFilename)) {
+    if (!params.loadCheckedFromFile(MCUParams::kMcuParamsFilename)) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "Cannot read microparams from the calibration file. Not setting them.");
         return false;
     }

@@ -12,8 +12,10 @@
 #include "classifier/FloatConversion.h"
 #include "service/GazeRecord.h"
 #include "service/GazeService.h"
+#include "veltoutils/AtomicFile.h"
 #include "veltoutils/Paths.h"
 #include "veltoutils/Utils.h"
+#include "veltoutils/ValueCheck.h"
 
 namespace velto {
 
@@ -148,18 +150,13 @@ bool LookAtScreenCalibrator::updateAndSaveCalibration() {
                         static_cast<double>(upper), static_cast<double>(range));
     if (!TwoLevelClustering::areLevelsSeparated(kTag, range, mMinClusterSeparation)) return false;
 
-    const android::String8 path = Paths::resolve(mParamFilePath);
-    Utils::ensurePathExists(path.string(), false);
-    FILE* file = fopen(path.string(), "w");
-    bool ok = file != nullptr && fprintf(file, "%f\n", static_cast<double>(mThresholdFraction * range)) > 0;
-    int error = errno;
-    if (file != nullptr && fclose(file) != 0 && ok) {
-        ok = false;
-        error = errno;
-    }
-    if (!ok) {
+    // Replaced whole: a failed write keeps the earlier threshold file.
+    const float threshold = mThresholdFraction * range;
+    ValueCheck check(kTag, "the computed look-at-screen threshold");
+    if (!check.positive("threshold", threshold)) return false;
+    if (!AtomicFile::write(mParamFilePath.string(), android::String8::format("%f\n", static_cast<double>(threshold)))) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Error writing to look-at-screen parameter file: %s",
-                            strerror(error));
+                            strerror(errno));
         return false;
     }
     mValues.clear();

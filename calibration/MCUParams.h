@@ -43,6 +43,15 @@ public:
     bool computeWinkParams(unsigned short unscaledWinkMax, unsigned short unscaledWinkMin);
 
     bool loadFromFile(const android::String8& path);
+    // loadFromFile with sense checks, for values that are about to reach the
+    // hub: every number in the file must be a decimal integer that fits the
+    // hub's 16 bits (GAIN 0 to 2), and the record must pass checkValues. A
+    // refused file is named in one log line and leaves this record untouched.
+    bool loadCheckedFromFile(const android::String8& path);
+    // Whether the record makes sense for the hub: gain at most 2, wink bounds
+    // ordered and within 680, doff <= don <= don-max. `source` names where
+    // the values came from in the one log line of a refusal.
+    bool checkValues(const char* source) const;
     // Writes the file atomically: a failed save leaves the previous file intact
     // and no partial file behind.
     bool saveToFile(const android::String8& path) const;

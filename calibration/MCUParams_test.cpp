@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "tests/harness/LogCapture.h"
+#include "tests/harness/SaveFaults.h"
 #include "tests/harness/TestRoot.h"
 
 namespace velto {
@@ -115,19 +116,53 @@ TEST(MCUParams, FailedSaveKeepsThePreviousFileAndLeavesNoPartialOne) {
     p.donThreshold = 999;
     ASSERT_TRUE(p.saveToFile(android::String8(kFile)));
     const std::string before = test::readFile(test::underRoot(kFile));
+    const size_t filesBefore = test::listDir(test::underRoot("/data/system/gaze")).size();
 
-    // The new contents go to a temporary file first; make that file a full disk.
-    const std::string tmp = test::underRoot(kFile) + ".tmp";
-    ASSERT_EQ(0, symlink("/dev/full", tmp.c_str()));
     test::ScopedLogCapture capture;
     p.donThreshold = 111;
-    EXPECT_FALSE(p.saveToFile(android::String8(kFile)));
+    {
+        test::ScopedFullDisk full(16);
+        EXPECT_FALSE(p.saveToFile(android::String8(kFile)));
+    }
     EXPECT_TRUE(test::LogCapture::contains("Error writing parameter file:"));
     EXPECT_EQ(before, test::readFile(test::underRoot(kFile)));
-    EXPECT_NE(0, access(tmp.c_str(), F_OK));
+    EXPECT_EQ(filesBefore, test::listDir(test::underRoot("/data/system/gaze")).size());
 
     EXPECT_FALSE(p.saveToFile(android::String8("/data/system/gaze/params_test.txt/under_a_file")));
     EXPECT_TRUE(test::LogCapture::contains("Cannot open gaze parameter file:"));
+}
+
+TEST(MCUParams, CheckedLoadRefusesNonsenseAndKeepsTheRecord) {
+    const struct {
+        const char* text;
+        const char* refusal;
+    } kBadFiles[] = {
+            {"VERSION = 3.0\nDON_THRESH = -1\n", "Refused DON_THRESH = -1"},
+            {"VERSION = 3.0\nGAIN = 300\n", "Refused GAIN = 300"},
+            {"VERSION = 3.0\nDON_MAX_THRESH = 70000\n", "Refused DON_MAX_THRESH = 70000"},
+            {"VERSION = 3.0\nWINK_MAX = abc\n", "Refused WINK_MAX = abc"},
+            {"VERSION = 3.0\nWINK_MIN = 300\nWINK_MAX = 200\n", "Refused WINK_MIN..WINK_MAX = [300, 200]"},
+            {"VERSION = 3.0\nWINK_MAX = 681\n", "Refused WINK_MAX = 681"},
+            {"VERSION = 3.0\nDON_THRESH = 300\nDOFF_THRESH = 400\n", "Refused DOFF_THRESH..DON_THRESH = [400, 300]"},
+            {"VERSION = 3.0\nDON_THRESH = 3000\n", "Refused DON_THRESH..DON_MAX_THRESH = [3000, 2000]"},
+    };
+    MCUParams good;
+    good.donThreshold = 1007;
+    ASSERT_TRUE(good.saveToFile(android::String8(kFile)));
+    MCUParams p;
+    ASSERT_TRUE(p.loadCheckedFromFile(android::String8(kFile)));
+    EXPECT_EQ(1007, p.donThreshold);
+    for (const auto& bad : kBadFiles) {
+        SCOPED_TRACE(bad.text);
+        ASSERT_TRUE(writeParams(bad.text));
+        test::ScopedLogCapture capture;
+        EXPECT_FALSE(p.loadCheckedFromFile(android::String8(kFile)));
+        EXPECT_EQ(1u, test::LogCapture::count("Refused ", ANDROID_LOG_ERROR));
+        EXPECT_TRUE(test::LogCapture::contains(bad.refusal));
+        EXPECT_TRUE(test::LogCapture::contains(" in " + test::underRoot(kFile) + ": "));
+        EXPECT_EQ(1007, p.donThreshold);  // the record in force is untouched
+        EXPECT_EQ(2, p.gain);
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "classifier/CascadeClassifier.h"
 
 #include <log/log.h>
+#include <math.h>
 
 #include "classifier/SeqSample.h"
 #include "classifier/TextBuffer.h"
@@ -81,6 +82,10 @@ bool CascadeClassifier::loadFromFile(FILE* pf) {
     }
     if (numLayers <= 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cascade must have at least one layer.");
+        return false;
+    }
+    if (!isfinite(falloff)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Non-finite feature falloff threshold in line %s", line);
         return false;
     }
     setFeatureFalloffThreshold(falloff);

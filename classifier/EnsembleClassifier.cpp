@@ -68,6 +68,10 @@ bool EnsembleClassifier::loadFromFile(FILE* pf) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad line format %s", line);
         return false;
     }
+    if (!isfinite(threshold_)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Non-finite threshold in ensemble line %s", line);
+        return false;
+    }
     if (count <= 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Ensemble must have at least one weak classifier.");
         return false;

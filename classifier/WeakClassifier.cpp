@@ -123,6 +123,12 @@ bool WeakClassifier::loadFromFile(FILE* pf) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad line format %s.", line);
         return false;
     }
+    // A NaN alpha or threshold would pass every later check and never vote.
+    if (!isfinite(alpha_) || !isfinite(threshold_)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Non-finite %s in weak classifier line %s",
+                            isfinite(alpha_) ? "threshold" : "alpha", line);
+        return false;
+    }
     setFeature(feature);
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include <float.h>
 #include <log/log.h>
+#include <math.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -34,7 +35,8 @@ CalibratedMultiDurationWinkDetector::CalibratedMultiDurationWinkDetector(Proximi
       mNumCalibrationSamples(0),
       mNumOutOfRangeCalibrationSamples(0),
       mActiveDetectorIndex(-1),
-      mCalibrationReportDelaySamples(static_cast<int32_t>(GazeService::kExpectedDataRateHertz / 6.0)) {}
+      mCalibrationReportDelaySamples(static_cast<int32_t>(GazeService::kExpectedDataRateHertz / 6.0)),
+      mHaveHubParamsBeforeSave(false) {}
 
 CalibratedMultiDurationWinkDetector::~CalibratedMultiDurationWinkDetector() { clearDetectors(); }
 
@@ -104,6 +106,14 @@ bool CalibratedMultiDurationWinkDetector::loadDetectorFromFile(const char* path)
             }
             break;
         }
+        // NaN would pass every later test of the range and match no wink.
+        if (!isfinite(durationRange.min) || !isfinite(durationRange.max)) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Non-finite duration range %s in file %s.",
+                                durationRange.toString().string(), listPath.string());
+            clearDetectors();
+            ok = false;
+            break;
+        }
         if (fgets(name, sizeof(name), pf) == nullptr) {
             __android_log_print(ANDROID_LOG_ERROR, kTag, "Miss filename of detector.");
             ok = false;
@@ -129,6 +139,44 @@ bool CalibratedMultiDurationWinkDetector::loadDetectorFromFile(const char* path)
     }
     fclose(pf);
     return ok;
+}
+
+bool CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(const char* path) {
+    FILE* pf = TextFile::openForRead(kTag, path);
+    if (pf == nullptr) return false;
+    const android::String8 resolved = Paths::resolve(path);
+    ValueCheck check(kTag, resolved.string());
+    char line[kNameLineBufferSize];
+    bool expectRange = true;
+    int pairs = 0;
+    for (int number = 1; check.ok() && fgets(line, sizeof(line), pf) != nullptr; ++number) {
+        char field[32];
+        snprintf(field, sizeof(field), "line %d", number);
+        const size_t length = strlen(line);
+        if (length + 1 == sizeof(line) && line[length - 1] != '\n') {
+            check.refuse(field, "(too long)", "longer than a name may be");
+            break;
+        }
+        if (line[strspn(line, " \t\r\n")] == '\0') continue;  // blank lines are skipped before either line
+        if (line[length - 1] == '\n') line[length - 1] = '\0';
+        if (!expectRange) {
+            expectRange = true;
+            ++pairs;
+            continue;
+        }
+        Interval<float> range;
+        int consumed = 0;
+        if (sscanf(line, "%f %f %n", &range.min, &range.max, &consumed) != 2 || line[consumed] != '\0') {
+            check.refuse(field, line, "not a duration range of two numbers");
+        } else if (check.ordered(field, range.min, range.max)) {
+            check.within(field, range.min, 0.0, FLT_MAX);
+        }
+        expectRange = false;
+    }
+    fclose(pf);
+    if (check.ok() && !expectRange) check.refuse("last range", "(no name line)", "a range without a detector file");
+    if (check.ok() && pairs == 0) check.refuse("detectors", "0", "no detector listed");
+    return check.ok();
 }
 
 int CalibratedMultiDurationWinkDetector::update(long long timestampNanos, const float* newSamples, int numSamples) {

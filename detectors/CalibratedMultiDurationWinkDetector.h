@@ -2,6 +2,7 @@
 #define VELTO_CALIBRATED_MULTI_DURATION_WINK_DETECTOR_H
 
 #include <stdint.h>
+#include <stdio.h>
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
@@ -9,6 +10,7 @@
 #include "classifier/BoostingDetector.h"
 #include "classifier/Interval.h"
 #include "detectors/CalibratedEyeGestureDetectorInterface.h"
+#include "veltoutils/ValueCheck.h"
 
 namespace velto {
 
@@ -65,6 +67,13 @@ public:
     bool needMoreCalibrationEyeGestures() const override;
 
     virtual bool loadDetectorFromFile(const char* path);
+    // Whether a detector list holds nothing but pairs of a duration range
+    // (finite, not negative, not reversed) and a name line, with blank lines
+    // between them. loadDetectorFromFile stops quietly at the first line that
+    // is not a range and keeps the detectors before it; a caller that wants
+    // such a file refused whole checks it with this first. One log line
+    // names the first bad line.
+    static bool isDetectorListWellFormed(const char* path);
     virtual void clearDetectors();
     virtual bool classifyNewSamples(double timeMs, const float* newSamples, int numSamples, GestureInfo* info);
     virtual bool classifyNewSamplesWithAllDetectors(double timeMs, const float* newSamples, int numSamples,
@@ -117,6 +126,15 @@ private:
 
     // Widens both calibration ranges to include one wink.
     void includeInCalibrationRanges(const GestureInfo& wink);
+    // The body of loadHighPowerCalibration: reads, checks and takes the
+    // values of an open calibration file one by one.
+    bool readHighPowerCalibration(FILE* pf, const char* path, ValueCheck* check);
+    // Whether a range read from `check`'s file is ordered and within `bounds`.
+    static bool checkRange(ValueCheck* check, const char* field, const Interval<float>& range,
+                           const Interval<float>& bounds);
+    // Puts back the hub parameters that saveAndApplyLowPowerCalibration found,
+    // after a save that failed once the new ones were on the hub.
+    void restoreHubParamsAfterFailedSave();
 
     double mLastConfirmedDetectionTimeMs;
     Interval<float> mCalibrationMagnitudeRange;
@@ -141,6 +159,10 @@ private:
     // Samples of silence after the last firing before a calibration wink is
     // reported: a sixth of a second.
     int32_t mCalibrationReportDelaySamples;
+    // The hub's parameters before saveAndApplyLowPowerCalibration last wrote
+    // new ones, when they could be read.
+    MCUParams mHubParamsBeforeSave;
+    bool mHaveHubParamsBeforeSave;
 };
 
 }  // namespace velto

@@ -14,7 +14,10 @@
 #include "classifier/TextFile.h"
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
 #include "sensor/ProximitySensorInterface.h"
+#include "veltoutils/AtomicFile.h"
 #include "veltoutils/Paths.h"
+#include "veltoutils/Utils.h"
+#include "veltoutils/ValueCheck.h"
 
 namespace velto {
 
@@ -304,17 +307,24 @@ bool CalibratedMultiDurationWinkDetector::saveHighPowerCalibration(const char* p
                         "Save calibration data to file %s: Magnitude range=%s, Duration range=%s ms, active detector index=%d.",
                         resolved.string(), mCalibrationMagnitudeRange.toString().string(),
                         mCalibrationDurationRangeMs.toString().string(), mActiveDetectorIndex);
-    FILE* pf = TextFile::openForWrite(kTag, path);
-    if (pf == nullptr) return false;
-    const int written = fprintf(pf, "%f %f %f %f %d", static_cast<double>(mCalibrationMagnitudeRange.min),
-                                static_cast<double>(mCalibrationMagnitudeRange.max),
-                                static_cast<double>(mCalibrationDurationRangeMs.min),
-                                static_cast<double>(mCalibrationDurationRangeMs.max), mActiveDetectorIndex);
-    const int writeErrno = errno;
-    const bool closed = fclose(pf) == 0;
-    if (written <= 0 || !closed) {
+    if (path == nullptr || !Utils::ensurePathExists(resolved.string(), false)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not create parent folder for file: %s", resolved.string());
+        return false;
+    }
+    const android::String8 text = android::String8::format(
+            "%f %f %f %f %d", static_cast<double>(mCalibrationMagnitudeRange.min),
+            static_cast<double>(mCalibrationMagnitudeRange.max), static_cast<double>(mCalibrationDurationRangeMs.min),
+            static_cast<double>(mCalibrationDurationRangeMs.max), mActiveDetectorIndex);
+    // Replaced whole: a full disk keeps the earlier calibration.
+    AtomicFile file(path);
+    if (!file.stage(text) && file.failedStep() == AtomicFile::CREATE) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not open file %s for write: %s", resolved.string(),
+                            strerror(errno));
+        return false;
+    }
+    if (file.failedStep() != AtomicFile::NONE || !file.commit()) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not write calibration data to file %s: %s", resolved.string(),
-                            strerror(written <= 0 ? writeErrno : errno));
+                            strerror(errno));
         return false;
     }
     return true;
@@ -329,30 +339,54 @@ bool CalibratedMultiDurationWinkDetector::loadHighPowerCalibration(const char* p
                             strerror(errno));
         return false;
     }
-    // Ranges read before a failure stay in force.
-    bool ok = false;
-    if (fscanf(pf, "%f %f ", &mCalibrationMagnitudeRange.min, &mCalibrationMagnitudeRange.max) != 2) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not read calibration magnitude range from file %s: %s",
-                            resolved.string(), strerror(errno));
-    } else if (fscanf(pf, "%f %f ", &mCalibrationDurationRangeMs.min, &mCalibrationDurationRangeMs.max) != 2) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not read calibration duration range from file %s: %s",
-                            resolved.string(), strerror(errno));
-    } else {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Load calibration data: Magnitude range=%s, Duration range=%s ms.",
-                            mCalibrationMagnitudeRange.toString().string(),
-                            mCalibrationDurationRangeMs.toString().string());
-        const bool haveIndex = fscanf(pf, "%d ", &mActiveDetectorIndex) == 1;
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Load active detector index: %d", mActiveDetectorIndex);
-        if (!haveIndex) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not load active detector index from file %s: %s",
-                                resolved.string(), strerror(errno));
-        } else {
-            computeAcceptableWinkAttributeRange();
-            ok = true;
-        }
-    }
+    // Each value is checked before it replaces the one in force: magnitudes
+    // of a wink the detectors can report, durations of a plausible wink, and
+    // the index of a loaded detector. Ranges read before a failure stay.
+    ValueCheck check(kTag, resolved.string());
+    const bool ok = readHighPowerCalibration(pf, resolved.string(), &check);
     fclose(pf);
     return ok;
+}
+
+bool CalibratedMultiDurationWinkDetector::readHighPowerCalibration(FILE* pf, const char* path, ValueCheck* check) {
+    Interval<float> magnitude;
+    if (fscanf(pf, "%f %f ", &magnitude.min, &magnitude.max) != 2) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not read calibration magnitude range from file %s: %s", path,
+                            strerror(errno));
+        return false;
+    }
+    if (!checkRange(check, "calibration magnitude range", magnitude, kDetectorMagnitudeRange)) return false;
+    mCalibrationMagnitudeRange = magnitude;
+
+    Interval<float> duration;
+    if (fscanf(pf, "%f %f ", &duration.min, &duration.max) != 2) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not read calibration duration range from file %s: %s", path,
+                            strerror(errno));
+        return false;
+    }
+    if (!checkRange(check, "calibration duration range", duration, kPlausibleWinkDurationRangeMs)) return false;
+    mCalibrationDurationRangeMs = duration;
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Load calibration data: Magnitude range=%s, Duration range=%s ms.",
+                        mCalibrationMagnitudeRange.toString().string(), mCalibrationDurationRangeMs.toString().string());
+
+    int32_t index = -1;
+    const bool haveIndex = fscanf(pf, "%d ", &index) == 1;
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Load active detector index: %d", haveIndex ? index : mActiveDetectorIndex);
+    if (!haveIndex) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not load active detector index from file %s: %s", path,
+                            strerror(errno));
+        return false;
+    }
+    if (!check->within("active detector index", index, 0, static_cast<double>(mDetectors.size()) - 1)) return false;
+    mActiveDetectorIndex = index;
+    computeAcceptableWinkAttributeRange();
+    return true;
+}
+
+bool CalibratedMultiDurationWinkDetector::checkRange(ValueCheck* check, const char* field, const Interval<float>& range,
+                                                     const Interval<float>& bounds) {
+    return check->ordered(field, range.min, range.max) && check->within(field, range.min, bounds.min, bounds.max) &&
+           check->within(field, range.max, bounds.min, bounds.max);
 }
 
 bool CalibratedMultiDurationWinkDetector::computeMCUParams(MCUParams* params) {
@@ -377,8 +411,14 @@ bool CalibratedMultiDurationWinkDetector::computeMCUParams(MCUParams* params) {
                             "Can not get MCU params from prox-sensor. Using default don/doff parameters");
         *params = MCUParams();
     }
-    // Integer parts, widened so that the margin never overflows; the hub takes
-    // the low 16 bits.
+    // The hub's bounds are 16 bits wide: refuse magnitudes that would wrap.
+    ValueCheck check(kTag, "the acceptable wink magnitudes");
+    if (!check.ordered("acceptable magnitude range", mAcceptableMagnitudeRange.min, mAcceptableMagnitudeRange.max) ||
+        !check.within("acceptable magnitude maximum", mAcceptableMagnitudeRange.max, 0.0,
+                      0xFFFF - kLowPowerMagnitudeMargin)) {
+        return false;
+    }
+    // Integer parts, widened so that the margin never overflows.
     const int64_t acceptableMax = FloatConversion::truncToInt(mAcceptableMagnitudeRange.max);
     const int64_t acceptableMin = FloatConversion::truncToInt(mAcceptableMagnitudeRange.min);
     const unsigned short high = static_cast<unsigned short>(acceptableMax + kLowPowerMagnitudeMargin);
@@ -404,15 +444,36 @@ bool CalibratedMultiDurationWinkDetector::applyMCUParamsToProxSensor(const MCUPa
 
 bool CalibratedMultiDurationWinkDetector::saveAndApplyLowPowerCalibration(const char* path) {
     MCUParams params;
-    if (!computeMCUParams(&params) || !applyMCUParamsToProxSensor(params)) return false;
+    if (!computeMCUParams(&params) || !params.checkValues("the computed wink parameters")) return false;
+    // What the hub holds now, to put back should the save fail.
+    mHaveHubParamsBeforeSave = mProxSensor != nullptr && mProxSensor->getMCUParams(&mHubParamsBeforeSave);
+    if (!applyMCUParamsToProxSensor(params)) return false;
     __android_log_print(ANDROID_LOG_INFO, kTag, "Write MCU params to calibration... MCUParams=%s",
                         params.toString().string());
-    return params.saveToFile(android::String8(path));
+    if (params.saveToFile(android::String8(path))) return true;
+    restoreHubParamsAfterFailedSave();
+    return false;
+}
+
+void CalibratedMultiDurationWinkDetector::restoreHubParamsAfterFailedSave() {
+    if (!mHaveHubParamsBeforeSave) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "The calibration was not saved, and the hub's earlier parameters are unknown: "
+                            "it keeps the new ones until a calibration is loaded.");
+    } else if (mProxSensor == nullptr || !mProxSensor->setMCUParams(mHubParamsBeforeSave)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "The calibration was not saved, and the hub's earlier parameters %s could not be restored.",
+                            mHubParamsBeforeSave.toString().string());
+    } else {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "The calibration was not saved; the hub's earlier parameters are restored: %s",
+                            mHubParamsBeforeSave.toString().string());
+    }
 }
 
 bool CalibratedMultiDurationWinkDetector::loadLowPowerCalibration(const char* path) {
     MCUParams params;
-    if (!params.loadFromFile(android::String8(path))) {
+    if (!params.loadCheckedFromFile(android::String8(path))) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot read microparams from the calibration file. Not setting them.");
         return false;
     }
@@ -428,8 +489,20 @@ bool CalibratedMultiDurationWinkDetector::loadCalibration(const char* path) {
 }
 
 bool CalibratedMultiDurationWinkDetector::applyAndSaveCalibration(const char* path) {
+    // The two files and the hub belong together: if the second file cannot be
+    // saved, the hub and the parameter file go back to what they held.
+    android::String8 oldParams;
+    const bool hadParams = Utils::readFileContents(MCUParams::kMcuParamsFilename.string(), false, &oldParams) == 0;
     if (!saveAndApplyLowPowerCalibration(MCUParams::kMcuParamsFilename.string())) return false;
-    return saveHighPowerCalibration(path);
+    if (saveHighPowerCalibration(path)) return true;
+    restoreHubParamsAfterFailedSave();
+    const bool restored = hadParams ? AtomicFile::write(MCUParams::kMcuParamsFilename.string(), oldParams)
+                                    : remove(Paths::resolve(MCUParams::kMcuParamsFilename).string()) == 0;
+    if (!restored) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Can not restore the earlier parameter file %s: %s",
+                            Paths::resolve(MCUParams::kMcuParamsFilename).string(), strerror(errno));
+    }
+    return false;
 }
 
 }  // namespace velto

@@ -93,6 +93,7 @@ TEST(WinkCalibration, OutliersAreRemovedAndTwoConsistentWinksCalibrate) {
 TEST(WinkCalibration, AcceptableRangesAndTheHighPowerFile) {
     test::ScopedLogCapture capture;
     CalibratedMultiDurationWinkDetector d(nullptr);
+    for (int i = 0; i < 3; ++i) d.addDetector(new test::ScriptedBoostingDetector(), Interval<float>(280.0f, 800.0f));
     const char path[] = "/data/system/gaze/wink_calibration_test.txt";
     test::writeFile(test::underRoot(path), "450 550\n400 400 2\n");
     ASSERT_TRUE(d.loadHighPowerCalibration(path));
@@ -188,12 +189,14 @@ TEST(WinkCalibration, LowPowerThresholdsGoToTheHubAndTheParameterFile) {
     }
     test::FakeProximitySensor freshHub;
     CalibratedMultiDurationWinkDetector reloaded(&freshHub);
+    reloaded.addDetector(new test::ScriptedBoostingDetector(), Interval<float>(280.0f, 800.0f));
     ASSERT_TRUE(reloaded.loadCalibration(path));
     EXPECT_TRUE(reloaded.isCalibrated());
     EXPECT_EQ(0, reloaded.getActiveDetectorIndex());
     EXPECT_EQ(195, freshHub.params().winkMin);
 
     CalibratedMultiDurationWinkDetector noSensor(nullptr);
+    noSensor.addDetector(new test::ScriptedBoostingDetector(), Interval<float>(280.0f, 800.0f));
     EXPECT_FALSE(noSensor.startCalibrationInterval());
     EXPECT_FALSE(noSensor.loadCalibration(path));  // the hub half cannot be applied
     EXPECT_FALSE(noSensor.isCalibrated());

@@ -89,8 +89,9 @@ int DonDoffModule::stop_l() {
 
 bool DonDoffModule::hasValidCalibration() const {
     android::Mutex::Autolock lock(mLock);
+    // A file whose values the hub would refuse or wrap is no calibration.
     MCUParams params;
-    return params.loadFromFile(MCUParams::kMcuParamsFilename);
+    return params.loadCheckedFromFile(MCUParams::kMcuParamsFilename);
 }
 
 // A module without a sensor has no calibrator; the service never creates one,

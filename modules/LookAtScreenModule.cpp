@@ -6,6 +6,7 @@
 #include "service/GazeService.h"
 #include "veltoutils/DumpLock.h"
 #include "veltoutils/Paths.h"
+#include "veltoutils/ValueCheck.h"
 
 namespace velto {
 
@@ -95,6 +96,10 @@ bool LookAtScreenModule::loadParametersFromFile(const android::String8& file) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Error reading parameters from file!");
         return false;
     }
+    // NaN would never fire and 0 or less would accept almost anything; the
+    // threshold and the detector's range in force stay as they are.
+    ValueCheck check(kTag, path.string());
+    if (!check.positive("threshold", thresh)) return false;
     mThresh = thresh;
     __android_log_print(ANDROID_LOG_INFO, kTag, "Read parameters.  Thresh=%f", mThresh);
     if (!applyCalibrationToBoostingDetector()) {

@@ -95,7 +95,10 @@ CalibratedEyeGestureDetectorInterface* WinkModule::createWinkDetector(const char
     __android_log_print(ANDROID_LOG_INFO, kTag, "Create CalibratedMultiDurWinkDetector.");
     CalibratedMultiDurationWinkDetector* detector = new CalibratedMultiDurationWinkDetector(sensor);
     __android_log_print(ANDROID_LOG_INFO, kTag, "Loading detector file: %s...\n", Paths::resolve(filename).string());
-    if (!detector->loadDetectorFromFile(filename)) {
+    // The detector keeps the entries before a broken line of its list; the
+    // module takes the list whole or not at all.
+    if (!CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(filename) ||
+        !detector->loadDetectorFromFile(filename)) {
         delete detector;
         return nullptr;
     }
