@@ -508,11 +508,13 @@ void HubFileSystem::doPoll(fuse_req_t req, fuse_ino_t, fuse_file_info* fi, fuse_
                     waitable = !raised;
                 }
             }
-            // Keep the handle to wake the poller when something happens.
+            // Keep the handle to wake the poller when something happens. The
+            // kernel keys every handle of a file alike, so a new one replaces
+            // the old without a notification: notifying it would wake the very
+            // poller that is asking now, which polls again at once, for ever.
             if (waitable && ph != nullptr) {
-                if (h.poll != nullptr) out.wakeups.push_back(h.poll);
+                drop = h.poll;
                 h.poll = ph;
-                drop = nullptr;
             }
         }
         fs->collectLocked(&out);
