@@ -3,10 +3,12 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include "tests/harness/FakeProximitySensor.h"
 #include "tests/harness/LogCapture.h"
+#include "tests/harness/SaveFaults.h"
 #include "tests/harness/TestRoot.h"
 
 namespace velto {
@@ -110,6 +112,70 @@ TEST(DonDoffCalibrator, NeedsSeparatedLevelsAndAnIdleHubDetector) {
     deliver(&sensor, repeat(2000, 4));  // a cluster of 4 is too small
     EXPECT_FALSE(calibrator->updateAndSaveCalibration());
     EXPECT_TRUE(test::LogCapture::contains("Cluster sizes are: 40 and 4.  Minimum expected size is: 5"));
+}
+
+TEST(DonDoffCalibrator, AFailedSaveKeepsTheFileAndTheHubThresholds) {
+    const std::string dir = test::underRoot("/data/system/gaze");
+    const std::string file = test::underRoot("/data/system/gaze/gaze_params.txt");
+    const struct {
+        const char* name;
+        std::function<bool(DonDoffCalibrator*)> save;
+    } kFaults[] = {
+            {"full disk",
+             [](DonDoffCalibrator* c) {
+                 test::ScopedFullDisk full(8);
+                 return c->updateAndSaveCalibration();
+             }},
+            {"unwritable directory",
+             [&](DonDoffCalibrator* c) {
+                 test::ScopedUnwritableDir locked(dir);
+                 return c->updateAndSaveCalibration();
+             }},
+    };
+    test::ScopedLogCapture capture;
+    for (const auto& fault : kFaults) {
+        SCOPED_TRACE(fault.name);
+        test::FakeProximitySensor sensor;
+        android::sp<DonDoffCalibrator> calibrator = new DonDoffCalibrator(&sensor);
+        ASSERT_TRUE(calibrator->beginCalibrationInterval());
+        deliver(&sensor, repeat(300, 20));
+        deliver(&sensor, repeat(1300, 20));
+        ASSERT_TRUE(calibrator->updateAndSaveCalibration());
+        const std::string before = test::readFile(file);
+        const MCUParams hubBefore = sensor.params();
+        const size_t files = test::listDir(dir).size();
+
+        deliver(&sensor, repeat(400, 20));  // the wearer's levels moved
+        deliver(&sensor, repeat(2300, 20));
+        EXPECT_FALSE(fault.save(calibrator.get()));
+        EXPECT_TRUE(test::LogCapture::contains("Failed to save new parameter file:"));
+        EXPECT_EQ(before, test::readFile(file));
+        EXPECT_EQ(hubBefore.toString(), sensor.params().toString());
+        EXPECT_EQ(files, test::listDir(dir).size());
+        EXPECT_EQ(40u, calibrator->getNumSamples());  // kept for another try
+    }
+}
+
+TEST(DonDoffCalibrator, RefusesParameterFilesThatMakeNoSenseAndKeepsTheHub) {
+    const char* const kBadFiles[] = {
+            "VERSION = 3.0\nDON_THRESH = -1\n",
+            "VERSION = 3.0\nDON_THRESH = 300\nDOFF_THRESH = 400\n",
+            "VERSION = 3.0\nDON_MAX_THRESH = 65536\n",
+    };
+    test::ScopedLogCapture capture;
+    for (const char* text : kBadFiles) {
+        SCOPED_TRACE(text);
+        test::FakeProximitySensor sensor;
+        MCUParams set;
+        set.donThreshold = 1007;
+        sensor.setMCUParams(set);
+        ASSERT_TRUE(test::writeFile(test::underRoot("/data/system/gaze/gaze_params.txt"), text));
+        android::sp<DonDoffCalibrator> calibrator = new DonDoffCalibrator(&sensor);
+        test::LogCapture::clear();
+        EXPECT_FALSE(calibrator->loadCalibration());
+        EXPECT_EQ(1u, test::LogCapture::count("Refused ", ANDROID_LOG_ERROR));
+        EXPECT_EQ(1007, sensor.params().donThreshold);
+    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "tests/harness/FakeProximitySensor.h"
 #include "tests/harness/LogCapture.h"
+#include "tests/harness/SaveFaults.h"
 #include "tests/harness/TestRoot.h"
 
 namespace velto {
@@ -84,6 +85,34 @@ TEST(LookAtScreenCalibrator, NeedsEnoughSamplesAndClosesAfterOneMinute) {
     android::sp<LookAtScreenCalibrator> blind = new LookAtScreenCalibrator(nullptr);
     EXPECT_FALSE(blind->beginCalibrationInterval());
     EXPECT_TRUE(test::LogCapture::contains("mProxSensor must not be NULL in beginCalibrationInterval."));
+}
+
+TEST(LookAtScreenCalibrator, AFailedWriteKeepsTheEarlierThresholdFile) {
+    const std::string dir = test::underRoot("/data/system/gaze");
+    test::ScopedLogCapture capture;
+    test::FakeProximitySensor sensor;
+    android::sp<LookAtScreenCalibrator> calibrator = new LookAtScreenCalibrator(&sensor);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        SCOPED_TRACE(attempt == 0 ? "full disk" : "unwritable directory");
+        ASSERT_TRUE(test::writeFile(test::underRoot(kParams), "24.000000\n"));
+        const size_t files = test::listDir(dir).size();
+        ASSERT_TRUE(calibrator->beginCalibrationInterval());
+        for (int i = 0; i < 20; ++i) sensor.deliverSample(100, i);
+        for (int i = 0; i < 20; ++i) sensor.deliverSample(150, 20 + i);
+        ASSERT_TRUE(calibrator->endCalibrationInterval());
+        bool saved;
+        if (attempt == 0) {
+            test::ScopedFullDisk full(4);
+            saved = calibrator->updateAndSaveCalibration();
+        } else {
+            test::ScopedUnwritableDir locked(dir);
+            saved = calibrator->updateAndSaveCalibration();
+        }
+        EXPECT_FALSE(saved);
+        EXPECT_TRUE(test::LogCapture::contains("Error writing to look-at-screen parameter file:"));
+        EXPECT_EQ("24.000000\n", test::readFile(test::underRoot(kParams)));
+        EXPECT_EQ(files, test::listDir(dir).size());
+    }
 }
 
 }  // namespace

@@ -257,6 +257,12 @@ TEST(CascadeClassifier, RejectsMalformedFilesWithOneReason) {
             {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 0.5 0 " + std::string(120, '0') + "\n", "Found long non-comment line"},
             {"1 30 8.0\n1 0.0\n", "Incomplete classifier file."},
             {"#only a comment\n", "Incomplete classifier file."},
+            // Non-finite numbers pass every other check and would never vote.
+            {"1 30 nan\n1 0.0\n0 4 3 2 0 1 0.5 0\n", "Non-finite feature falloff threshold"},
+            {"1 30 8.0\n1 nan\n0 4 3 2 0 1 0.5 0\n", "Non-finite threshold in ensemble line"},
+            {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 nan 0\n", "Non-finite alpha in weak classifier line"},
+            {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 -inf 0\n", "Non-finite alpha in weak classifier line"},
+            {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 0.5 inf\n", "Non-finite threshold in weak classifier line"},
     };
     for (const Case& c : cases) {
         test::ScopedLogCapture capture;

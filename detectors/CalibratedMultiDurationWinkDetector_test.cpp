@@ -50,6 +50,38 @@ TEST(CalibratedMultiDurationWinkDetector, LoadsPairsOfDurationRangeAndDetectorFi
     EXPECT_TRUE(test::LogCapture::contains("No detector loaded from file"));
 }
 
+TEST(CalibratedMultiDurationWinkDetector, ListsWithBrokenOrNonsenseLinesAreRefusedWhole) {
+    const struct {
+        const char* list;
+        const char* refusal;  // of the well-formedness check
+    } kBadLists[] = {
+            {"280 400\nshort.txt\n4OO 600\nlong.txt\n", "Refused line 3 = 4OO 600 in "},
+            {"280 400\nshort.txt\n400 600 700\nlong.txt\n", "Refused line 3 = 400 600 700 in "},
+            {"280 nan\nshort.txt\n", "Refused line 1 = [280, nan]"},
+            {"600 400\nshort.txt\n", "Refused line 1 = [600, 400]"},
+            {"-50 400\nshort.txt\n", "Refused line 1 = -50"},
+            {"280 400\nshort.txt\n400 600\n", "Refused last range"},
+            {"\n\n", "Refused detectors = 0"},
+    };
+    test::ScopedLogCapture capture;
+    for (const auto& bad : kBadLists) {
+        SCOPED_TRACE(bad.list);
+        const std::string path = writeList("bad.txt", bad.list);
+        test::LogCapture::clear();
+        EXPECT_FALSE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(path.c_str()));
+        EXPECT_EQ(1u, test::LogCapture::count("Refused ", ANDROID_LOG_ERROR));
+        EXPECT_TRUE(test::LogCapture::contains(bad.refusal));
+    }
+    EXPECT_TRUE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(
+            writeList("good.txt", "280 400\nshort.txt\n  350.5   600\n\n  long.txt").c_str()));
+
+    // The loader itself refuses a non-finite range whole, even after good pairs.
+    CalibratedMultiDurationWinkDetector d(nullptr);
+    EXPECT_FALSE(d.loadDetectorFromFile(writeList("nan.txt", "280 400\nshort.txt\ninf 600\nlong.txt\n").c_str()));
+    EXPECT_TRUE(test::LogCapture::contains("Non-finite duration range [inf, 600.00] in file"));
+    EXPECT_EQ(0, d.getNumDetectors());
+}
+
 class WinkDetectorWithScript : public ::testing::Test {
 protected:
     void SetUp() override {

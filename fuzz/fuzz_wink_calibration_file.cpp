@@ -1,7 +1,11 @@
 // The high-power wink calibration file: "mag_min mag_max dur_min dur_max index".
 // Whatever it holds, the ranges derived from it, the detector choice and the
-// hub thresholds computed from it must not fault.
+// hub thresholds computed from it must not fault; what loads is finite,
+// ordered and names a loaded detector, and hub parameters computed from it
+// fit the hub.
+#include <math.h>
 #include <stdint.h>
+#include <stdlib.h>
 
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
 #include "fuzz/fuzz_sandbox.h"
@@ -23,6 +27,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     wink.endCalibrationInterval();
 
     if (wink.loadHighPowerCalibration("/cal.txt")) {
+        const velto::Interval<float> ranges[] = {wink.getCalibrationMagnitudeRange(),
+                                                  wink.getCalibrationDurationRangeMs(),
+                                                  wink.getAcceptableMagnitudeRange(),
+                                                  wink.getAcceptableDurationRangeMs()};
+        for (const velto::Interval<float>& r : ranges) {
+            if (!isfinite(r.min) || !isfinite(r.max) || r.min > r.max) abort();
+        }
+        if (wink.getActiveDetectorIndex() < 0 || wink.getActiveDetectorIndex() >= wink.getNumDetectors()) abort();
         wink.chooseBestDetectorBasedOnCalibrationDuration();
         (void)wink.getActiveDetector();
         velto::BoostingDetector::GestureInfo info;
@@ -30,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         info.duration = wink.getAcceptableDurationRangeMs().max;
         (void)wink.isWinkConsistentWithCalibration(info);
         velto::MCUParams params;
-        (void)wink.computeMCUParams(&params);
+        if (wink.computeMCUParams(&params) && params.gain > velto::MCUParams::kMaxDetectorGain) abort();
     }
     (void)wink.getDebugString();
     wink.saveHighPowerCalibration("/cal_out.txt");

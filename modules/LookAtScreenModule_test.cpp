@@ -56,6 +56,33 @@ TEST_F(LookAtScreenModuleTest, RefusesToStartUntilTheThresholdIsLoaded) {
     EXPECT_EQ(0u, dump.find(" isDetectorRunningNow: false\n thresh: 24.000000\n\nLookAtScreenDetector:\n")) << dump;
 }
 
+TEST_F(LookAtScreenModuleTest, ThresholdsThatMakeNoSenseAreRefusedAndTheOneInForceStays) {
+    test::writeFile(test::underRoot(kParams), "24.0\n");
+    module.serviceReady();
+    ASSERT_TRUE(module.hasValidCalibration());
+    const struct {
+        const char* text;
+        const char* refusal;
+    } kBadFiles[] = {
+            {"nan\n", "Refused threshold = nan in "},
+            {"-inf\n", "Refused threshold = -inf in "},
+            {"-5\n", "Refused threshold = -5 in "},
+            {"0\n", "Refused threshold = 0 in "},
+    };
+    for (const auto& bad : kBadFiles) {
+        SCOPED_TRACE(bad.text);
+        test::writeFile(test::underRoot(kParams), bad.text);
+        LogCapture::clear();
+        EXPECT_EQ(FAILED, module.loadCalibration());
+        EXPECT_EQ(1u, LogCapture::count("Refused ", ANDROID_LOG_ERROR));
+        EXPECT_TRUE(LogCapture::contains(bad.refusal + test::underRoot(kParams)));
+        EXPECT_FALSE(module.hasValidCalibration());
+        EXPECT_EQ(FAILED, module.start());
+        // The threshold in force is not replaced.
+        EXPECT_NE(std::string::npos, std::string(module.dump().string()).find(" thresh: 24.000000\n"));
+    }
+}
+
 TEST_F(LookAtScreenModuleTest, TimeoutsAndCalibrationWhileRunning) {
     test::writeFile(test::underRoot(kParams), "24.0\n");
     module.serviceReady();

@@ -3,8 +3,11 @@
 
 // Test support: real file-system faults for saves, without a special mount.
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
 #include <signal.h>
 #include <sys/fsuid.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,25 +40,46 @@ private:
 };
 
 // A directory in which nothing can be created or renamed. Root ignores file
-// modes, so as root this thread's file-system user id is dropped as well,
-// which also drops its file-system capabilities until it is restored.
+// modes, so as root the directory is also made immutable (ext4 and most disk
+// file systems); where that is not supported, this thread's file-system user
+// id is dropped instead, which also drops its file-system capabilities until
+// it is restored (the test root must then be searchable by others).
 class ScopedUnwritableDir {
 public:
-    explicit ScopedUnwritableDir(const std::string& dir) : mDir(dir) {
+    explicit ScopedUnwritableDir(const std::string& dir) : mDir(dir), mImmutable(false), mDroppedRoot(false) {
         struct stat st;
         mOldMode = stat(dir.c_str(), &st) == 0 ? st.st_mode & 07777 : 0755;
         chmod(dir.c_str(), 0555);
-        mDroppedRoot = geteuid() == 0;
-        if (mDroppedRoot) setfsuid(65534);
+        if (geteuid() != 0) return;
+        mImmutable = setImmutable(true);
+        if (!mImmutable) {
+            setfsuid(65534);
+            mDroppedRoot = true;
+        }
     }
     ~ScopedUnwritableDir() {
         if (mDroppedRoot) setfsuid(0);
+        if (mImmutable) setImmutable(false);
         chmod(mDir.c_str(), mOldMode);
     }
 
 private:
+    bool setImmutable(bool on) {
+        const int fd = open(mDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0) return false;
+        int flags = 0;
+        bool ok = ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+        if (ok) {
+            flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+            ok = ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+        }
+        close(fd);
+        return ok;
+    }
+
     std::string mDir;
     mode_t mOldMode;
+    bool mImmutable;
     bool mDroppedRoot;
 };
 
