@@ -4,9 +4,12 @@
 //   gazeeval --corpus DIR [--models DIR] [--json] [--per-recording] [--detections FILE.tsv]
 //            [--plot FILE.svg [--plot-recording NAME] [--plot-from S] [--plot-to S]]
 //
-// Every input is read and checked before anything is written: on bad input
-// the error names the file and line, the exit status is 1, and no report or
+// Every option is checked before any work starts (exit status 2), and every
+// input is read and checked before anything is written: on bad input the
+// error names the file and line, the exit status is 1, and no report or
 // picture is produced.
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "tools/cli/ToolCli.h"
 #include "tools/gazeeval/Evaluation.h"
 #include "tools/gazeeval/SvgPlot.h"
 
@@ -52,7 +56,22 @@ int main(int argc, char** argv) {
     app.add_option("--detections", detectionsPath, "Write every detection with its outcome to this TSV file");
     app.add_option("--threads", threads, "Recordings replayed at once")->check(CLI::Range(1, 64));
     app.add_flag("--verbose", verbose, "Show the library's log on stderr");
-    CLI11_PARSE(app, argc, argv);
+    velto::tools::addVersionFlag(app, "gazeeval");
+    const int parsed = velto::tools::parseCommandLine(app, "gazeeval", argc, argv);
+    if (parsed >= 0) return parsed;
+    auto usage = [](const std::string& reason) { return velto::tools::usageError("gazeeval", reason); };
+    struct stat st;
+    if (stat(corpusDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return usage("--corpus: " + corpusDir + " is not a directory");
+    if (stat(modelsDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return usage("--models: " + modelsDir + " is not a directory");
+    std::string reason;
+    if (!plotPath.empty() && !velto::tools::isWritableFilePath(plotPath, &reason)) return usage("--plot: " + reason);
+    if (!detectionsPath.empty() && !velto::tools::isWritableFilePath(detectionsPath, &reason))
+        return usage("--detections: " + reason);
+    if (plotPath.empty() && (!plotRecording.empty() || plotFrom != 0 || plotTo != -1))
+        return usage("--plot-recording, --plot-from and --plot-to need --plot");
+    if (!(plotFrom >= 0) || (plotTo != -1 && !(plotTo > plotFrom)))
+        return usage("the drawing needs 0 <= --plot-from < --plot-to");
+    if (perRecording && !json) return usage("--per-recording needs --json");
 
     routeLibraryLog(verbose);
     std::vector<CorpusRecording> corpus;

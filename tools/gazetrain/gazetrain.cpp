@@ -7,6 +7,11 @@
 //   gazetrain wink-list --out LIST --corpus DIR... --detector FILE:MIN_MS:MAX_MS...
 //
 // Training is deterministic for a seed and a thread count does not change it.
+// Every input and output path is checked before any work starts; outputs are
+// written under a temporary name and renamed. Exit status 0, 1 when the work
+// fails, 2 for bad usage.
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -14,6 +19,7 @@
 #include <cstdio>
 #include <thread>
 
+#include "tools/cli/ToolCli.h"
 #include "tools/gazeeval/Replay.h"
 #include "tools/gazeeval/Scoring.h"
 #include "tools/gazetrain/CascadeTrainer.h"
@@ -41,6 +47,53 @@ bool loadCorpora(const std::vector<std::string>& dirs, std::vector<CorpusRecordi
     }
     return true;
 }
+
+int usage(const std::string& reason) { return tools::usageError("gazetrain", reason); }
+
+bool isDirectory(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Splits FILE:MIN_MS:MAX_MS; false when it is not of that form.
+bool parseDetectorSpec(const std::string& spec, std::string* file, double* lo, double* hi) {
+    const size_t b = spec.rfind(':');
+    const size_t a = b == std::string::npos || b == 0 ? std::string::npos : spec.rfind(':', b - 1);
+    if (a == std::string::npos || a == 0) return false;
+    *file = spec.substr(0, a);
+    char* end = nullptr;
+    const std::string loText = spec.substr(a + 1, b - a - 1), hiText = spec.substr(b + 1);
+    *lo = strtod(loText.c_str(), &end);
+    if (loText.empty() || *end != 0) return false;
+    *hi = strtod(hiText.c_str(), &end);
+    if (hiText.empty() || *end != 0) return false;
+    return *lo >= 0 && *hi > *lo;
+}
+
+// Writes through a temporary file, so that a failed or interrupted run never
+// leaves a truncated detector file under the real name.
+class AtomicOutput {
+public:
+    explicit AtomicOutput(const std::string& path) : mPath(path), mTemporary(path + ".partial") {
+        mFile = fopen(mTemporary.c_str(), "w");
+    }
+    ~AtomicOutput() {
+        if (mFile != nullptr) fclose(mFile);
+        if (!mCommitted) remove(mTemporary.c_str());
+    }
+    FILE* file() const { return mFile; }
+    bool commit() {
+        const bool ok = mFile != nullptr && fclose(mFile) == 0 && rename(mTemporary.c_str(), mPath.c_str()) == 0;
+        mFile = nullptr;
+        mCommitted = ok;
+        return ok;
+    }
+
+private:
+    std::string mPath, mTemporary;
+    FILE* mFile;
+    bool mCommitted = false;
+};
 
 double quantile(const std::vector<float>& v, double q) {
     return interpolatedPercentile(std::vector<double>(v.begin(), v.end()), q);
@@ -122,7 +175,32 @@ int main(int argc, char** argv) {
     trimCmd->add_option("--out", trimOut, "Detector file to write")->required();
     trimCmd->add_option("--layers", trimLayers, "Layers to keep")->required()->check(CLI::PositiveNumber);
 
-    CLI11_PARSE(app, argc, argv);
+    tools::addVersionFlag(app, "gazetrain");
+    const int parsed = tools::parseCommandLine(app, "gazetrain", argc, argv);
+    if (parsed >= 0) return parsed;
+
+    // Minutes of training must not end in "cannot write".
+    std::string reason;
+    const std::string output = *cascadeCmd ? out : *trimCmd ? trimOut : *setCmd ? setOut : winkOut;
+    if (!tools::isWritableFilePath(output, &reason)) return usage("--out: " + reason);
+    for (const std::string& dir : *cascadeCmd ? corpora : winkCorpora) {
+        if (!*cascadeCmd && !*winkCmd) break;
+        if (!isDirectory(dir)) return usage("--corpus: " + dir + " is not a directory");
+    }
+    if (*cascadeCmd && setup.minDurationMs > setup.maxDurationMs) return usage("--min-ms is above --max-ms");
+    if (*cascadeCmd && setup.bandFromMs > setup.bandToMs) return usage("--band-from-ms is above --band-to-ms");
+    if (*trimCmd && access(trimIn.c_str(), R_OK) != 0) return usage("--in: cannot read " + trimIn);
+    if (*winkCmd) {
+        if (!(lowQuantile >= 0 && lowQuantile < highQuantile && highQuantile <= 1))
+            return usage("the quantiles must satisfy 0 <= --low-quantile < --high-quantile <= 1");
+        for (const std::string& d : winkDetectors) {
+            std::string file;
+            double lo, hi;
+            if (!parseDetectorSpec(d, &file, &lo, &hi)) return usage("--detector wants FILE:MIN_MS:MAX_MS, not " + d);
+            if (access(file.c_str(), R_OK) != 0) return usage("--detector: cannot read " + file);
+        }
+    }
+
     routeLibraryLog(false);
     std::string error;
 
@@ -144,7 +222,8 @@ int main(int argc, char** argv) {
         CascadeTrainer trainer(streams, setup.windowLength, params);
         trainer.train([](const std::string& line) { fprintf(stderr, "gazetrain: %s\n", line.c_str()); });
         if (trainer.cascade().numLayers() == 0) return fail("no layer was trained");
-        FILE* f = fopen(out.c_str(), "w");
+        AtomicOutput output(out);
+        FILE* f = output.file();
         if (f == nullptr) return fail(out + ": cannot write");
         std::string durations;
         if (setup.target == Target::Wink) {
@@ -156,9 +235,7 @@ int main(int argc, char** argv) {
                    "%d layers, seed %llu\n",
                 targetName.c_str(), setup.windowLength, durations.c_str(), setup.bandFromMs, setup.bandToMs,
                 trainer.cascade().numLayers(), static_cast<unsigned long long>(params.seed));
-        bool ok = trainer.cascade().writeToFile(f);
-        if (fclose(f) != 0) ok = false;
-        if (!ok) return fail(out + ": cannot write");
+        if (!trainer.cascade().writeToFile(f) || !output.commit()) return fail(out + ": cannot write");
         fprintf(stderr, "gazetrain: wrote %s in %.0f s\n", out.c_str(),
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
         return 0;
@@ -167,12 +244,11 @@ int main(int argc, char** argv) {
         CascadeClassifier cascade;
         if (!cascade.loadFromFile(trimIn.c_str())) return fail(trimIn + ": the library cannot load this detector");
         if (trimLayers < cascade.numLayers()) cascade.removeLastKLayers(cascade.numLayers() - trimLayers);
-        FILE* f = fopen(trimOut.c_str(), "w");
+        AtomicOutput output(trimOut);
+        FILE* f = output.file();
         if (f == nullptr) return fail(trimOut + ": cannot write");
         fprintf(f, "# the first %d layers of %s\n", cascade.numLayers(), trimIn.c_str());
-        bool ok = cascade.writeToFile(f);
-        if (fclose(f) != 0) ok = false;
-        return ok ? 0 : fail(trimOut + ": cannot write");
+        return cascade.writeToFile(f) && output.commit() ? 0 : fail(trimOut + ": cannot write");
     }
     if (*setCmd) {
         if (!writeDetectorSetList(setOut, setFiles, &error)) return fail(error);
@@ -182,11 +258,9 @@ int main(int argc, char** argv) {
     if (!loadCorpora(winkCorpora, &corpus, &error)) return fail(error);
     std::vector<WinkListEntry> entries;
     for (const std::string& d : winkDetectors) {
-        const size_t b = d.rfind(':');
-        const size_t a = b == std::string::npos ? std::string::npos : d.rfind(':', b - 1);
-        if (a == std::string::npos) return fail("--detector wants FILE:MIN_MS:MAX_MS, not " + d);
-        const std::string file = d.substr(0, a);
-        const double lo = atof(d.substr(a + 1, b - a - 1).c_str()), hi = atof(d.substr(b + 1).c_str());
+        std::string file;
+        double lo = 0, hi = 0;
+        parseDetectorSpec(d, &file, &lo, &hi);  // checked above
         std::vector<float> durations;
         int labels = 0;
         if (!measureWinkDurations(corpus, file, lo, hi, &durations, &labels, &error)) return fail(error);

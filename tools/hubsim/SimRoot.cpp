@@ -138,6 +138,61 @@ std::vector<std::string> SimRoot::sweepDeadMounts() {
     return swept;
 }
 
+namespace {
+
+// A root is free when it is empty, or holds only the real directories that
+// populate() made (and the files the library wrote there): depopulate()
+// removed the links and the mount point.
+bool isFreeRoot(const std::string& root, std::string* error) {
+    DIR* d = opendir(root.c_str());
+    if (d == nullptr) {
+        *error = "the root " + root + " is not a directory";
+        return false;
+    }
+    std::string stranger;
+    while (dirent* e = readdir(d)) {
+        const std::string name = e->d_name;
+        if (name == "." || name == "..") continue;
+        struct stat st;
+        const bool isDir = lstat((root + "/" + name).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+        if (!isDir || (name != "data" && name != "system" && name != "sys" && name != "dev")) stranger = name;
+    }
+    closedir(d);
+    if (stranger.empty()) {
+        for (const auto& link : kLinks) {
+            struct stat st;
+            if (lstat((root + link[0]).c_str(), &st) == 0) stranger = link[0] + 1;
+        }
+    }
+    if (!stranger.empty()) {
+        *error = "the root " + root + " is in use or not a simulator's root (it holds " + stranger +
+                 "); give an empty directory";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool SimRoot::isUsable(const std::string& root, std::string* error) {
+    if (root.empty()) {
+        *error = "the root must not be empty";
+        return false;
+    }
+    struct stat st;
+    if (stat(root.c_str(), &st) != 0) return true;  // claim() creates it
+    char real[PATH_MAX];
+    if (realpath(root.c_str(), real) == nullptr) {
+        *error = "cannot resolve the root " + root + ": " + strerror(errno);
+        return false;
+    }
+    if (isMountPoint(real)) {
+        *error = std::string("the root ") + real + " is already mounted";
+        return false;
+    }
+    return isFreeRoot(real, error);
+}
+
 bool SimRoot::claim(const std::string& root, std::string* absolute, std::string* error) {
     if (root.empty()) {
         *error = "the root must not be empty";
@@ -157,20 +212,8 @@ bool SimRoot::claim(const std::string& root, std::string* absolute, std::string*
         *error = "the root " + *absolute + " is already mounted";
         return false;
     }
-    DIR* d = opendir(real);
-    if (d == nullptr) {
-        *error = "the root " + *absolute + " is not a directory";
-        return false;
-    }
-    bool empty = true;
-    while (dirent* e = readdir(d)) {
-        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) empty = false;
-    }
-    closedir(d);
-    if (!empty) {
-        *error = "the root " + *absolute + " is not empty (already in use by another simulator?)";
-        return false;
-    }
+    if (!isFreeRoot(*absolute, error)) return false;
+    // mkdir is the lock: of two simulators given the same root, one fails here.
     if (mkdir(mountPoint(*absolute).c_str(), 0755) != 0) {
         *error = "cannot create " + mountPoint(*absolute) + ": " + strerror(errno);
         return false;

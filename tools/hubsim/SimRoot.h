@@ -18,8 +18,12 @@ public:
     static constexpr const char* kFileSystemType = "fuse.veltohub-sim";
 
     // Takes `root` for a simulator: creates it when missing; refuses one that
-    // is not empty or is a mount point. Sets `absolute` to its real path.
+    // is a mount point or holds anything but what a simulator that exited
+    // cleanly leaves behind (its real directories, without links or mount
+    // point). Sets `absolute` to its real path.
     static bool claim(const std::string& root, std::string* absolute, std::string* error);
+    // The same checks as claim() without creating anything.
+    static bool isUsable(const std::string& root, std::string* error);
     static std::string mountPoint(const std::string& absoluteRoot) {
         return absoluteRoot + "/.veltohub";
     }

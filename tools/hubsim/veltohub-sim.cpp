@@ -4,12 +4,17 @@
 //   veltohub-sim --root DIR [--scenario FILE | --replay LOG] [--speed X]
 //                [--control SOCKET] [--labels OUT]
 //
-// Exit status: 0 after a clean shutdown, 1 when the root cannot be used or the
-// mount fails, 2 for bad input (the scenario, the recording, its labels or the
-// firmware image); nothing is mounted in either failure case.
+// Exit status: 0 after a clean shutdown (SIGTERM, SIGHUP, "quit"), 130 after
+// SIGINT (also unmounted cleanly), 1 when the root cannot be used or the mount
+// fails, 2 for bad usage or bad input (the options, the scenario, the
+// recording, its labels or the firmware image); nothing is mounted in either
+// failure case, and the root is not touched before every option is checked.
 #include <limits.h>
 #include <signal.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -22,6 +27,7 @@
 #include <sstream>
 #include <thread>
 
+#include "tools/cli/ToolCli.h"
 #include "tools/hubsim/ControlServer.h"
 #include "tools/hubsim/HubFileSystem.h"
 #include "tools/hubsim/SimRoot.h"
@@ -65,6 +71,21 @@ int badInput(const std::string& file, int line, const std::string& message) {
     return 2;
 }
 
+bool isDirectory(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// The signal that ended the session loop; SIGINT makes the exit status 130.
+std::atomic<int> gStopSignal{0};
+std::atomic<fuse_session*> gSession{nullptr};
+
+void onStopSignal(int sig) {
+    gStopSignal.store(sig);
+    fuse_session* session = gSession.load();
+    if (session != nullptr) fuse_session_exit(session);
+}
+
 // Runs `fn` on a new thread that does not take the termination signals, so
 // they reach libfuse's threads, whose handlers end the session loop.
 std::thread quietThread(std::function<void()> fn) {
@@ -100,7 +121,25 @@ int main(int argc, char** argv) {
     app.add_option("--gaze-etc", gazeEtc, "Directory of detector files to copy to system/etc/gaze");
     app.add_option("--ready-fd", readyFd, "Write \"ready\" to this descriptor once mounted");
     app.add_flag("-v,--verbose", verbose, "Say what is happening");
-    CLI11_PARSE(app, argc, argv);
+    tools::addVersionFlag(app, "veltohub-sim");
+    const int parsed = tools::parseCommandLine(app, "veltohub-sim", argc, argv);
+    if (parsed >= 0) return parsed;
+    auto usage = [](const std::string& reason) { return tools::usageError("veltohub-sim", reason); };
+    std::string reason;
+    if (!controlPath.empty()) {
+        if (controlPath.size() >= sizeof(sockaddr_un::sun_path))
+            return usage("--control: the socket path is longer than " +
+                         std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " bytes");
+        if (!tools::isWritableFilePath(controlPath, &reason)) return usage("--control: " + reason);
+    }
+    if (!labelsPath.empty() && !tools::isWritableFilePath(labelsPath, &reason)) return usage("--labels: " + reason);
+    if (!isDirectory(gazeEtc)) return usage("--gaze-etc: " + gazeEtc + " is not a directory");
+    if (readyFd >= 0 && fcntl(readyFd, F_GETFD) < 0) return usage("--ready-fd: " + std::to_string(readyFd) + " is not open");
+    if (readyFd < -1) return usage("--ready-fd: " + std::to_string(readyFd) + " is not a descriptor");
+    if (!SimRoot::isUsable(root, &reason)) {
+        fprintf(stderr, "veltohub-sim: %s\n", reason.c_str());
+        return 1;
+    }
 
     // All input is read and checked before anything is created or mounted.
     if (firmwarePath.empty()) {
@@ -200,6 +239,13 @@ int main(int argc, char** argv) {
         if (labelsOut != nullptr) fclose(labelsOut);
         return 1;
     }
+    // libfuse's handlers end the loop the same way; these also remember
+    // which signal it was.
+    gSession = se;
+    struct sigaction stopAction {};
+    stopAction.sa_handler = onStopSignal;
+    sigemptyset(&stopAction.sa_mask);
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaction(s, &stopAction, nullptr);
     fs.setSession(se);
 
     ControlServer control;
@@ -249,9 +295,11 @@ int main(int argc, char** argv) {
     fs.shutdown();
     fuse_remove_signal_handlers(se);
     fuse_session_unmount(se);
+    gSession = nullptr;
     fuse_session_destroy(se);
     SimRoot::depopulate(absRoot);
     if (labelsOut != nullptr) fclose(labelsOut);
     if (verbose) fprintf(stderr, "veltohub-sim: unmounted %s\n", mountPoint.c_str());
-    return ok ? 0 : 1;
+    if (!ok) return 1;
+    return gStopSignal.load() == SIGINT ? tools::kExitInterrupted : tools::kExitOk;
 }

@@ -2,6 +2,10 @@
 //
 //   gazesynth --seed N --wearers K --minutes M --out DIR [--session-minutes S]
 //
+// DIR must be new or empty, so that two corpora never mix. Each file is
+// written whole under a temporary name and then renamed. Exit status 0, 1
+// when a file cannot be written, 2 for bad usage.
+//
 // Each wearer gets M minutes of recordings, cut into sessions of at most S
 // minutes; each session starts with the calibrations. The same seed gives the
 // same bytes on every run and machine.
@@ -15,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/ToolCli.h"
 #include "tools/signal/RecordingSession.h"
 #include "tools/signal/Rng.h"
 #include "tools/signal/WearerProfile.h"
@@ -25,15 +30,18 @@ using velto::signal::RecordingSession;
 using velto::signal::Rng;
 using velto::signal::WearerProfile;
 
+// Whole or not at all: an interrupted run leaves no truncated recording.
 bool writeFile(const std::string& path, const std::string& text) {
-    FILE* f = fopen(path.c_str(), "w");
+    const std::string temporary = path + ".partial";
+    FILE* f = fopen(temporary.c_str(), "w");
     if (f == nullptr) {
-        fprintf(stderr, "gazesynth: cannot write %s: %s\n", path.c_str(), strerror(errno));
+        fprintf(stderr, "gazesynth: cannot write %s: %s\n", temporary.c_str(), strerror(errno));
         return false;
     }
     const bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (fclose(f) != 0 || !ok) {
-        fprintf(stderr, "gazesynth: error writing %s\n", path.c_str());
+    if (fclose(f) != 0 || !ok || rename(temporary.c_str(), path.c_str()) != 0) {
+        fprintf(stderr, "gazesynth: error writing %s: %s\n", path.c_str(), strerror(errno));
+        remove(temporary.c_str());
         return false;
     }
     return true;
@@ -64,7 +72,11 @@ int main(int argc, char** argv) {
     app.add_option("--out", out, "Output directory")->required();
     app.add_option("--session-minutes", sessionMinutes, "Longest single recording")
             ->check(CLI::Range(1.0, 100000.0));
-    CLI11_PARSE(app, argc, argv);
+    velto::tools::addVersionFlag(app, "gazesynth");
+    const int parsed = velto::tools::parseCommandLine(app, "gazesynth", argc, argv);
+    if (parsed >= 0) return parsed;
+    std::string reason;
+    if (!velto::tools::isFreshOutputDirectory(out, &reason)) return velto::tools::usageError("gazesynth", reason);
 
     if (!makeDir(out)) return 1;
     std::string info;
