@@ -1,38 +1,155 @@
 #include "tools/gazectl/GazeClient.h"
 
+#include <hardware_legacy/power.h>
+#include <log/log.h>
 #include <stdio.h>
+#include <unistd.h>
 #include <utils/Timers.h>
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <sstream>
 
+#include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
+#include "tools/gazectl/LogRouter.h"
+#include "veltoutils/Paths.h"
 
 namespace velto {
 namespace gazectl {
 
 GazeClient::GazeClient() : mService(nullptr), mStartNanos(systemTime(SYSTEM_TIME_MONOTONIC)) {}
 
-bool GazeClient::connect() {
+namespace {
+
+const char kTag[] = "gazectl";
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// The module lines at start that say whether a stored calibration loaded.
+struct CalibrationLine {
+    const char* tag;
+    const char* message;
+    EyeGesture gesture;
+    CalibrationState state;
+};
+const CalibrationLine kCalibrationLines[] = {
+        {"GazeService:WinkModule", "... done loading calibration.", GazeServiceInterface::WINK, CalibrationState::kLoaded},
+        {"GazeService:WinkModule", "ERROR: loading calibration!", GazeServiceInterface::WINK, CalibrationState::kMissing},
+        {"GazeService:DonDoffModule", "... done loading calibration.", GazeServiceInterface::DON, CalibrationState::kLoaded},
+        {"GazeService:DonDoffModule", "Failed to load calibration!", GazeServiceInterface::DON, CalibrationState::kMissing},
+        {"GazeService:LookAtScreenModule", "Module is calibrated.", GazeServiceInterface::LOOK_AT_SCREEN,
+         CalibrationState::kLoaded},
+        {"GazeService:LookAtScreenModule", "Module is uncalibrated.", GazeServiceInterface::LOOK_AT_SCREEN,
+         CalibrationState::kMissing},
+};
+
+}  // namespace
+
+std::string GazeClient::hubMarkerPath() {
+    android::String8 dir = Paths::resolve(VeltohubProximitySensor::kSysfsDirectory);
+    return std::string(VeltohubProximitySensor::getFullPath(dir, android::String8("version")).string());
+}
+
+bool GazeClient::hubPresent() { return VeltohubProximitySensor::existsOnDevice(); }
+
+bool GazeClient::connect(bool wait, const std::atomic<bool>& interrupted) {
+    if (!hubPresent()) {
+        if (!wait) {
+            fprintf(stderr, "gazectl: no sensor hub at %s (start veltohub-sim and pass its --root, or use --wait)\n",
+                    hubMarkerPath().c_str());
+            return false;
+        }
+        fprintf(stderr, "gazectl: waiting for the sensor hub at %s (Ctrl-C to stop)\n", hubMarkerPath().c_str());
+        while (!hubPresent()) {
+            if (interrupted.load()) return false;
+            usleep(100000);
+        }
+    }
     mService = GazeServiceInterface::getInstance();
     if (mService == nullptr) {
         fprintf(stderr, "gazectl: the gaze service is not available\n");
         return false;
     }
-    if (!mService->isHardwareAvailable()) {
-        fprintf(stderr, "gazectl: no sensor hub found (is VELTOGAZE_ROOT the simulator's root?)\n");
-        return false;
-    }
     mService->setGazeListener(this);
-    if (!mService->start()) {
-        fprintf(stderr, "gazectl: the gaze service did not start (see the log)\n");
+    mCalibration[GazeServiceInterface::DOUBLE_BLINK] = CalibrationState::kNotNeeded;
+    LogRouter& log = LogRouter::install();
+    // A new wearer has no calibrations yet; the modules' lines about that
+    // become one summary line of gazectl's.
+    log.setMuted(true);
+    log.setObserver([this](int, const std::string& tag, const std::string& message) {
+        for (const CalibrationLine& line : kCalibrationLines) {
+            if (tag == line.tag && message == line.message) {
+                std::lock_guard<std::mutex> lock(mLock);
+                mCalibration[line.gesture] = line.state;
+                if (line.gesture == GazeServiceInterface::DON) mCalibration[GazeServiceInterface::DOFF] = line.state;
+            }
+        }
+    });
+    const bool started = mService->start();
+    log.setObserver(nullptr);
+    log.setMuted(false);
+    if (!started) {
+        fprintf(stderr, "gazectl: the gaze service did not start (run with --verbose or --log FILE for why)\n");
         return false;
     }
+    mConnected = true;
     return true;
 }
 
-void GazeClient::onEyeGesture(EyeGesture gesture, int64_t, int64_t endTimeNanos) {
-    GestureEvent event{gesture, endTimeNanos, static_cast<double>(endTimeNanos - mStartNanos) * 1e-9};
+CalibrationState GazeClient::calibrationState(EyeGesture gesture) const {
+    std::lock_guard<std::mutex> lock(mLock);
+    return gesture < GazeServiceInterface::NUM_EYE_GESTURES ? mCalibration[gesture] : CalibrationState::kUnknown;
+}
+
+void GazeClient::shutdown() {
+    if (!mConnected || mShutDown) return;
+    mShutDown = true;
+    const bool present = hubPresent();
+    // Without a hub every step below fails; gazectl has said so already.
+    if (!present) LogRouter::install().setMuted(true);
+    mService->stop();
+    // The sensor exists once the service started; asking for it then makes nothing new.
+    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
+    if (sensor == nullptr) return;
+    // The detectors' removal queues the pause and the end of streaming on
+    // the event thread; give it a moment to run them.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (present && hubPresent() && std::chrono::steady_clock::now() < deadline &&
+           (sensor->isStreamingData() || sensor->isPaused() != TRI_STATE_TRUE)) {
+        usleep(10000);
+    }
+    sensor->stop();
+    if (!hubPresent()) return;
+    // Whatever the event thread could not finish, done here, so that the
+    // hub is never left streaming to nobody.
+    android::String8 dir = Paths::resolve(VeltohubProximitySensor::kSysfsDirectory);
+    const std::string passthru = VeltohubProximitySensor::getFullPath(dir, android::String8("passthru_enable")).string();
+    if (readText(passthru).compare(0, 1, "0") != 0) {
+        std::ofstream(passthru) << "0";
+        __android_log_print(ANDROID_LOG_WARN, kTag, "The hub was still streaming at exit; passthrough turned off.");
+    }
+    const std::string held = readText(Paths::resolve("/sys/power/wake_lock").string());
+    for (const char* name : {VeltohubProximitySensor::kDataWakeLockName, VeltohubProximitySensor::kEventWakeLockName}) {
+        std::istringstream words(held);
+        std::string word;
+        while (words >> word) {
+            if (word == name) {
+                release_wake_lock(name);
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Wake lock %s was still held at exit; released.", name);
+            }
+        }
+    }
+}
+
+void GazeClient::onEyeGesture(EyeGesture gesture, int64_t startTimeNanos, int64_t endTimeNanos) {
+    GestureEvent event{gesture, startTimeNanos, endTimeNanos, static_cast<double>(endTimeNanos - mStartNanos) * 1e-9};
     std::function<void(const GestureEvent&)> printer;
     {
         std::lock_guard<std::mutex> lock(mLock);

@@ -1,201 +1,366 @@
 // gazectl: the command-line client of the gaze service. It runs the library
 // in-process, as an application would, against the hub below VELTOGAZE_ROOT
 // (a device's own, or veltohub-sim's).
-#include <android/log.h>
+//
+// Exit status: 0 success, 1 the operation failed (one line on stderr says
+// why), 2 bad usage, 130 interrupted. On every way out the detectors are
+// stopped, the hub is paused and not streaming, and no wake lock is held.
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
+#include <utils/Timers.h>
 
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
-#include <thread>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
+#include "tools/cli/ToolCli.h"
 #include "tools/gazectl/Demo.h"
+#include "tools/gazectl/EventPrinter.h"
 #include "tools/gazectl/GazeClient.h"
+#include "tools/gazectl/GuidedCalibration.h"
+#include "tools/gazectl/LogRouter.h"
+#include "tools/gazectl/Status.h"
 #include "tools/hubsim/ControlClient.h"
+#include "veltoutils/Paths.h"
 
-using velto::gazectl::Demo;
-using velto::gazectl::EyeGesture;
-using velto::gazectl::GazeClient;
-using velto::gazectl::GestureEvent;
+using namespace velto;
+using namespace velto::gazectl;
 typedef velto::GazeServiceInterface G;
 
 namespace {
 
 std::atomic<bool> gInterrupted{false};
-FILE* gLogFile = nullptr;
+std::atomic<int> gSignals{0};
 
-// The service's log lines, to a file with their priority and tag.
-void logToFile(const struct __android_logger_data* data, const char* message) {
-    static const char kLevels[] = "??VDIWEF";
-    const int p = data->priority;
-    fprintf(gLogFile, "%c %s: %s\n", p >= 0 && p < 8 ? kLevels[p] : '?', data->tag != nullptr ? data->tag : "", message);
-    fflush(gLogFile);
+void onSignal(int) {
+    gInterrupted.store(true);
+    // A second Ctrl-C while gazectl cleans up: the person wants out now.
+    if (gSignals.fetch_add(1) >= 1) _exit(tools::kExitInterrupted);
 }
 
-void onSignal(int) { gInterrupted.store(true); }
+int64_t nowNanos() { return systemTime(SYSTEM_TIME_MONOTONIC); }
 
-// Sleeps until `seconds` pass (forever when negative) or Ctrl-C.
-void waitSeconds(double seconds) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!gInterrupted.load() && (seconds < 0 || std::chrono::steady_clock::now() < end)) usleep(20000);
+int64_t wallNanos() {
+    struct timespec t;
+    clock_gettime(CLOCK_REALTIME, &t);
+    return static_cast<int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
-bool parseGestures(const std::vector<std::string>& names, std::vector<EyeGesture>* out) {
+bool parseGestures(const std::vector<std::string>& names, std::vector<EyeGesture>* out, std::string* bad) {
     for (const std::string& name : names) {
         EyeGesture g;
-        if (!GazeClient::parseGesture(name, &g)) {
-            fprintf(stderr, "gazectl: unknown gesture '%s'\n", name.c_str());
+        if (!GazeClient::parseGesture(name, &g) || g == G::DOUBLE_WINK || g == G::BLINK ||
+            g == G::LOOK_AWAY_FROM_SCREEN) {
+            *bad = name;
             return false;
         }
+        if (g == G::DOFF) g = G::DON;  // one detector reports both
         out->push_back(g);
     }
     return true;
 }
 
-void printEvent(const GestureEvent& e) {
-    printf("%10.3f  %s\n", e.secondsSinceStart, GazeClient::name(e.gesture));
-    fflush(stdout);
+// Why a gesture the service does not offer is missing, in words to act on.
+std::string whyUnsupported(EyeGesture g) {
+    if (g == G::WINK) {
+        return "WINK is not supported here: it needs hardware revision G or later, the first letter of the serial "
+               "number; pass it with --serial (e.g. --serial G1234)";
+    }
+    return std::string(GazeClient::name(g)) + " is not available (its detector file is missing; see gazectl status)";
 }
 
-int watch(GazeClient* client, const std::vector<std::string>& names, bool oneShot, int timeoutMs, double seconds) {
-    std::vector<EyeGesture> gestures;
-    if (!parseGestures(names, &gestures)) return 2;
+struct WatchOptions {
+    std::vector<std::string> gestures;
+    bool oneShot = false;
+    int timeoutMs = -1;
+    double seconds = -1;
+    bool json = false;
+    bool wait = false;
+};
+
+int watch(GazeClient* client, const WatchOptions& options) {
+    std::vector<EyeGesture> requested;
+    std::string bad;
+    parseGestures(options.gestures, &requested, &bad);  // checked before connecting
     G* service = client->service();
-    if (gestures.empty()) {
-        for (EyeGesture g : {G::WINK, G::DOUBLE_BLINK, G::DON, G::LOOK_AT_SCREEN}) {
-            if (service->isGestureSupported(g)) gestures.push_back(g);
+    const bool all = requested.empty();
+    if (all) requested = {G::WINK, G::DOUBLE_BLINK, G::DON, G::LOOK_AT_SCREEN};
+
+    std::vector<EyeGesture> started, uncalibrated;
+    for (EyeGesture g : requested) {
+        if (!service->isGestureSupported(g)) {
+            if (!all) fprintf(stderr, "gazectl: %s\n", whyUnsupported(g).c_str());
+            continue;
         }
-    }
-    int started = 0;
-    for (EyeGesture g : gestures) {
-        if (service->startGestureDetector(g, oneShot, timeoutMs)) {
-            ++started;
-            fprintf(stderr, "gazectl: watching %s\n", GazeClient::name(g));
+        const CalibrationState calibration = client->calibrationState(g);
+        if (calibration == CalibrationState::kMissing) uncalibrated.push_back(g);
+        // An uncalibrated wink or look detector cannot tell the wearer's
+        // gestures; the hub's don/doff defaults still work.
+        if (calibration == CalibrationState::kMissing && g != G::DON) continue;
+        if (service->startGestureDetector(g, options.oneShot, g == G::DOUBLE_BLINK ? options.timeoutMs : -1)) {
+            started.push_back(g);
         } else {
-            fprintf(stderr, "gazectl: cannot start the %s detector (see the log)\n", GazeClient::name(g));
+            fprintf(stderr, "gazectl: cannot start the %s detector (run with --verbose or --log FILE for why)\n",
+                    GazeClient::name(g));
         }
     }
-    if (started == 0) return 1;
-    client->setPrinter(printEvent);
-    waitSeconds(seconds);
-    service->stop();
-    return 0;
-}
+    if (!uncalibrated.empty()) {
+        std::string names;
+        for (EyeGesture g : uncalibrated) names += std::string(names.empty() ? "" : ", ") + GazeClient::name(g);
+        fprintf(stderr, "gazectl: %s not calibrated: run gazectl calibrate %s%s\n", names.c_str(),
+                GazeClient::name(uncalibrated[0]), uncalibrated.size() > 1 ? " (and the others)" : "");
+    }
+    if (started.empty()) {
+        fprintf(stderr, "gazectl: no detector is running; nothing to watch\n");
+        return tools::kExitFailed;
+    }
+    std::string names;
+    for (EyeGesture g : started) names += std::string(names.empty() ? "" : ", ") + GazeClient::name(g);
+    fprintf(stderr, "gazectl: watching %s (Ctrl-C to stop)\n", names.c_str());
 
-int calibrate(GazeClient* client, const std::string& name, double seconds) {
-    EyeGesture g;
-    if (!GazeClient::parseGesture(name, &g)) {
-        fprintf(stderr, "gazectl: unknown gesture '%s'\n", name.c_str());
-        return 2;
+    EventPrinter printer(stdout, options.json, nowNanos());
+    client->setPrinter([&printer](const GestureEvent& e) {
+        printer.add({e.gesture, e.startTimeNanos, e.endTimeNanos, wallNanos()});
+    });
+    const int64_t end = options.seconds < 0 ? INT64_MAX : nowNanos() + static_cast<int64_t>(options.seconds * 1e9);
+    int status = tools::kExitOk;
+    bool saidGone = false;
+    int64_t lastHubCheck = 0;
+    while (nowNanos() < end) {
+        if (gInterrupted.load()) {
+            status = tools::kExitInterrupted;
+            break;
+        }
+        if (!printer.print(nowNanos(), false)) break;  // stdout closed: the reader is done
+        if (nowNanos() - lastHubCheck > 250000000) {
+            lastHubCheck = nowNanos();
+            if (!GazeClient::hubPresent()) {
+                if (!saidGone) {
+                    LogRouter::install().setMuted(true);
+                    fprintf(stderr, "gazectl: the sensor hub disappeared (%s is gone)%s\n",
+                            GazeClient::hubMarkerPath().c_str(), options.wait ? "; waiting for it" : "");
+                    saidGone = true;
+                }
+                if (!options.wait) {
+                    status = tools::kExitFailed;
+                    break;
+                }
+            } else if (saidGone) {
+                // Back: the service's sensor keeps its files open on the old
+                // hub, so gazectl cannot go on with the same process.
+                fprintf(stderr, "gazectl: the sensor hub is back; run gazectl again to watch it\n");
+                status = tools::kExitFailed;
+                break;
+            }
+        }
+        usleep(20000);
     }
-    G* service = client->service();
-    if (!service->startCalibrationIntervalForGesture(g)) {
-        fprintf(stderr, "gazectl: cannot start a %s calibration (see the log)\n", name.c_str());
-        return 1;
-    }
-    fprintf(stderr, "gazectl: calibrating %s for %.0f s...\n", GazeClient::name(g), seconds);
-    waitSeconds(seconds);
-    service->endCalibrationIntervalForGesture(g);
-    if (!service->applyAndSaveCalibrationForGesture(g)) {
-        fprintf(stderr, "gazectl: the %s calibration failed (see the log)\n", GazeClient::name(g));
-        return 1;
-    }
-    printf("%s calibration saved\n", GazeClient::name(g));
-    return 0;
+    client->setPrinter(nullptr);
+    printer.print(nowNanos(), true);
+    return status;
 }
 
 int record(GazeClient* client, double seconds) {
     G* service = client->service();
     if (!service->startLogging()) {
-        fprintf(stderr, "gazectl: cannot start logging (see the log)\n");
-        return 1;
+        fprintf(stderr, "gazectl: cannot start the raw-data log (run with --verbose or --log FILE for why)\n");
+        return tools::kExitFailed;
     }
-    fprintf(stderr, "gazectl: recording for %.0f s into /data/system/gaze/...\n", seconds);
-    waitSeconds(seconds);
-    return service->stopLogging() ? 0 : 1;
+    fprintf(stderr, "gazectl: recording %.0f s of raw data into %s ...\n", seconds,
+            Paths::resolve("/data/system/gaze/").string());
+    const int64_t end = nowNanos() + static_cast<int64_t>(seconds * 1e9);
+    int status = tools::kExitOk;
+    while (nowNanos() < end) {
+        if (gInterrupted.load()) {
+            status = tools::kExitInterrupted;
+            break;
+        }
+        if (!GazeClient::hubPresent()) {
+            fprintf(stderr, "gazectl: the sensor hub disappeared; the log ends here\n");
+            status = tools::kExitFailed;
+            break;
+        }
+        usleep(20000);
+    }
+    // A log cut short by Ctrl-C is still a good log.
+    if (!service->stopLogging() && status == tools::kExitOk) status = tools::kExitFailed;
+    return status;
+}
+
+// The dump split into the service's part and one part per module.
+nlohmann::json dumpToJson(const std::string& text) {
+    static const std::string kSeparator = "------------------------------\n";
+    nlohmann::json out = {{"text", text}};
+    nlohmann::json modules = nlohmann::json::array();
+    size_t pos = text.find(kSeparator);
+    out["service"] = text.substr(0, pos);
+    while (pos != std::string::npos) {
+        const size_t begin = pos + kSeparator.size();
+        pos = text.find(kSeparator, begin);
+        std::string part = text.substr(begin, pos == std::string::npos ? std::string::npos : pos - begin);
+        const size_t endMark = part.find("... end dumping GazeServiceModule's.");
+        if (endMark != std::string::npos) part.erase(endMark);
+        char name[128] = "", version[128] = "";
+        sscanf(part.c_str(), "Module: %127s  Version: %127[^\n]", name, version);
+        modules.push_back({{"name", name}, {"version", version}, {"text", part}});
+    }
+    out["modules"] = modules;
+    return out;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"gazectl: drive the gaze service: watch gestures, calibrate, record raw data, dump state"};
+    CLI::App app{"gazectl: drive the gaze service: watch gestures, calibrate, record raw data, show status"};
     app.require_subcommand(1);
-    std::string root, serial;
-    app.add_option("--root", root, "Directory that stands in for / (sets VELTOGAZE_ROOT)");
-    app.add_option("--serial", serial, "Device serial number (sets VELTOGAZE_SERIAL; first letter = hardware revision)");
-    std::string logPath;
-    app.add_option("--log", logPath, "Write the service's log lines to this file (default: warnings and errors to stderr)");
+    tools::addVersionFlag(app, "gazectl");
+    std::string root, serial, logPath;
+    bool verbose = false, wait = false;
     unsigned int threadDelayMs = 0;
-    app.add_option("--thread-delay-ms", threadDelayMs, "Delay of the sensor thread's first turn (default 0; a device waits 15000)");
+    app.add_option("--root", root, "Directory that stands in for / (sets VELTOGAZE_ROOT)");
+    app.add_option("--serial", serial, "Device serial number; its first letter is the hardware revision (WINK needs G or later)");
+    app.add_option("--log", logPath, "Append every line the service logs to this file");
+    app.add_flag("-v,--verbose", verbose, "Show every line the service logs on stderr");
+    app.add_flag("--wait", wait, "Wait for the sensor hub to appear (and, in watch, to come back)");
+    app.add_option("--thread-delay-ms", threadDelayMs, "Delay of the sensor thread's first turn (default 0; a device waits 15000)")
+            ->check(CLI::Range(0u, 60000u));
 
-    std::vector<std::string> gestures;
-    bool oneShot = false;
-    int timeoutMs = -1;
-    double seconds = -1;
+    WatchOptions watchOptions;
     CLI::App* watchCmd = app.add_subcommand("watch", "Start gesture detectors and print each event");
-    watchCmd->add_option("gestures", gestures, "WINK, DOUBLE_BLINK, DON, LOOK_AT_SCREEN (default: all supported)");
-    watchCmd->add_flag("--one-shot", oneShot, "Stop each detector after its first event");
-    watchCmd->add_option("--timeout-ms", timeoutMs, "Stop the detectors after this long (double blink and look at screen)");
-    watchCmd->add_option("--seconds", seconds, "Run this long (default: until Ctrl-C)");
+    watchCmd->add_option("gestures", watchOptions.gestures, "WINK, DOUBLE_BLINK, DON, LOOK_AT_SCREEN (default: all that can run)");
+    watchCmd->add_flag("--one-shot", watchOptions.oneShot, "Stop each detector after its first event");
+    watchCmd->add_option("--timeout-ms", watchOptions.timeoutMs, "Stop the double-blink detector after this long")
+            ->check(CLI::Range(1, 24 * 3600 * 1000));
+    watchCmd->add_option("--seconds", watchOptions.seconds, "Run this long (default: until Ctrl-C)")
+            ->check(CLI::Range(0.0, 1e7));
+    watchCmd->add_flag("--json", watchOptions.json, "One JSON object per line and event");
 
-    std::string gesture;
-    double calibrationSeconds = 10;
-    CLI::App* calibrateCmd = app.add_subcommand("calibrate", "Run a calibration interval, then apply and save it");
-    calibrateCmd->add_option("gesture", gesture, "WINK, DON, LOOK_AT_SCREEN")->required();
-    calibrateCmd->add_option("--seconds", calibrationSeconds, "Length of the interval");
+    std::string calibrateName;
+    GuidedCalibration::Options calibration;
+    calibration.seconds = 0;
+    CLI::App* calibrateCmd = app.add_subcommand("calibrate", "Guide the wearer through a calibration, check it, save it");
+    calibrateCmd->add_option("gesture", calibrateName, "WINK, DON or LOOK_AT_SCREEN")->required();
+    calibrateCmd->add_option("--seconds", calibration.seconds,
+                             "Length of the interval (default: WINK 40, DON 10, LOOK_AT_SCREEN 12)");
+    calibrateCmd->add_flag("--dry-run", calibration.dryRun, "Check and show what would be saved; write nothing");
 
     double recordSeconds = 10;
     CLI::App* recordCmd = app.add_subcommand("record", "Write raw samples to a log under /data/system/gaze");
-    recordCmd->add_option("--seconds", recordSeconds, "Length of the recording");
+    recordCmd->add_option("--seconds", recordSeconds, "Length of the recording")->check(CLI::Range(0.1, 1e7));
 
-    app.add_subcommand("dump", "Print the service's state");
+    bool statusJson = false;
+    CLI::App* statusCmd = app.add_subcommand("status", "Show the hub, its firmware and parameters, and each gesture's state");
+    statusCmd->add_flag("--json", statusJson, "One JSON object");
+
+    bool dumpJson = false;
+    CLI::App* dumpCmd = app.add_subcommand("dump", "Print the service's state dump");
+    dumpCmd->add_flag("--json", dumpJson, "One JSON object: the service's part and one part per module");
 
     std::string simControl;
     double speed = 1.0;
     CLI::App* demoCmd = app.add_subcommand("demo", "A guided tour on veltohub-sim (needs its control socket)");
     demoCmd->add_option("--sim-control", simControl, "The simulator's control socket")->required();
-    demoCmd->add_option("--speed", speed, "The simulator's --speed");
+    demoCmd->add_option("--speed", speed, "The simulator's --speed")->check(CLI::Range(0.001, 100000.0));
 
-    CLI11_PARSE(app, argc, argv);
+    const int parsed = tools::parseCommandLine(app, "gazectl", argc, argv);
+    if (parsed >= 0) return parsed;
+
+    // Everything on the command line is checked before the service starts.
+    std::vector<EyeGesture> unused;
+    std::string bad;
+    if (*watchCmd && !parseGestures(watchOptions.gestures, &unused, &bad)) {
+        return tools::usageError("gazectl", "watch: unknown gesture '" + bad +
+                                                    "' (WINK, DOUBLE_BLINK, DON, DOFF, LOOK_AT_SCREEN)");
+    }
+    if (*calibrateCmd) {
+        if (!GuidedCalibration::parseGesture(calibrateName, &calibration.gesture)) {
+            return tools::usageError("gazectl", "calibrate: '" + calibrateName +
+                                                        "' has no calibration (WINK, DON, LOOK_AT_SCREEN)");
+        }
+        const bool wink = calibration.gesture == G::WINK;
+        const double lo = wink ? 5 : GuidedCalibration::kMinLevelSeconds;
+        const double hi = wink ? GuidedCalibration::kMaxWinkSeconds : GuidedCalibration::kMaxLevelSeconds;
+        if (calibration.seconds != 0 && !(calibration.seconds >= lo && calibration.seconds <= hi)) {
+            std::ostringstream why;
+            why << "calibrate: --seconds must lie between " << lo << " and " << hi << " for " << calibrateName;
+            return tools::usageError("gazectl", why.str());
+        }
+    }
+    if (*demoCmd && access(simControl.c_str(), F_OK) != 0) {
+        return tools::usageError("gazectl", "demo: no control socket at " + simControl);
+    }
 
     // The library reads these once, so they are set before its first use.
     if (!root.empty()) setenv("VELTOGAZE_ROOT", root.c_str(), 1);
     if (!serial.empty()) setenv("VELTOGAZE_SERIAL", serial.c_str(), 1);
     setenv("VELTOGAZE_THREAD_DELAY_MS", std::to_string(threadDelayMs).c_str(), 0);
-    if (!logPath.empty()) {
-        gLogFile = fopen(logPath.c_str(), "a");
-        if (gLogFile == nullptr) {
-            fprintf(stderr, "gazectl: cannot open %s\n", logPath.c_str());
-            return 2;
+    LogRouter& log = LogRouter::install();
+    log.setVerbose(verbose);
+    std::string error;
+    if (!logPath.empty() && !log.openFile(logPath, &error)) return tools::usageError("gazectl", error);
+
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    signal(SIGPIPE, SIG_IGN);  // a closed stdout shows as a failed write
+
+    if (*statusCmd) {
+        const nlohmann::json status = Status::gather();
+        if (statusJson) {
+            printf("%s\n", status.dump(2).c_str());
+        } else {
+            fputs(Status::toText(status).c_str(), stdout);
         }
-        __android_log_set_logger(logToFile);
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    } else {
-        __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+        if (!status["hub"]["present"].get<bool>()) {
+            fprintf(stderr, "gazectl: no sensor hub at %s (start veltohub-sim and pass its --root)\n",
+                    GazeClient::hubMarkerPath().c_str());
+            return tools::kExitFailed;
+        }
+        return tools::kExitOk;
     }
-    signal(SIGINT, onSignal);
-    signal(SIGTERM, onSignal);
 
     android::sp<GazeClient> client = new GazeClient();
-    if (!client->connect()) return 1;
-
-    if (*watchCmd) return watch(client.get(), gestures, oneShot, timeoutMs, seconds);
-    if (*calibrateCmd) return calibrate(client.get(), gesture, calibrationSeconds);
-    if (*recordCmd) return record(client.get(), recordSeconds);
-    if (*demoCmd) {
+    if (!client->connect(wait, gInterrupted)) {
+        log.finish();
+        return gInterrupted.load() ? tools::kExitInterrupted : tools::kExitFailed;
+    }
+    int status = tools::kExitOk;
+    if (*watchCmd) {
+        watchOptions.wait = wait;
+        status = watch(client.get(), watchOptions);
+    } else if (*calibrateCmd) {
+        if (!client->service()->isGestureSupported(calibration.gesture)) {
+            fprintf(stderr, "gazectl: %s\n", whyUnsupported(calibration.gesture).c_str());
+            status = tools::kExitFailed;
+        } else {
+            status = GuidedCalibration(client.get(), calibration, gInterrupted).run();
+        }
+    } else if (*recordCmd) {
+        status = record(client.get(), recordSeconds);
+    } else if (*demoCmd) {
         velto::hubsim::ControlClient sim;
-        std::string error;
         if (!sim.connect(simControl, &error)) {
             fprintf(stderr, "gazectl: %s\n", error.c_str());
-            return 1;
+            status = tools::kExitFailed;
+        } else {
+            status = Demo(client.get(), &sim, speed).run();
         }
-        return Demo(client.get(), &sim, speed > 0 ? speed : 1.0).run();
+    } else {
+        android::String8 text;
+        client->service()->dump(text);
+        if (dumpJson) {
+            printf("%s\n", dumpToJson(text.string()).dump(2).c_str());
+        } else {
+            fputs(text.string(), stdout);
+        }
     }
-    android::String8 text;
-    client->service()->dump(text);
-    fputs(text.string(), stdout);
-    return 0;
+    client->shutdown();
+    log.finish();
+    return status == tools::kExitOk && gInterrupted.load() ? tools::kExitInterrupted : status;
 }
