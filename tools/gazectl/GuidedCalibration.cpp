@@ -193,6 +193,11 @@ int GuidedCalibration::run() {
 }
 
 int GuidedCalibration::abandon(int status, const std::string& why) {
+    // Without a hub its errors say nothing more than this line.
+    if (!GazeClient::hubPresent()) {
+        LogRouter::install().setMuted(true);
+        LogRouter::install().dropHeldErrors();
+    }
     if (mIntervalOpen) {
         mClient->service()->endCalibrationIntervalForGesture(mOptions.gesture);
         mIntervalOpen = false;
@@ -217,6 +222,7 @@ int GuidedCalibration::runLevels(const std::vector<Step>& steps, const LevelChec
             return abandon(tools::kExitInterrupted, "interrupted");
         }
         if (!GazeClient::hubPresent()) return abandon(tools::kExitFailed, "the sensor hub disappeared");
+        LogRouter::install().showHeldErrors();
         size_t count = 0;
         const double elapsed = recorder()->seconds(&count);
         const auto now = std::chrono::steady_clock::now();
@@ -365,6 +371,7 @@ int GuidedCalibration::runWinks() {
             why = format("%d wink(s) accepted in %.0f s, and two consistent ones are needed", progress->accepted,
                          mOptions.seconds);
         } else {
+            log.showHeldErrors();
             usleep(50000);
         }
     }

@@ -4,6 +4,7 @@
 #include <string.h>
 #include <sys/time.h>
 #include <time.h>
+#include <utils/Timers.h>
 
 namespace velto {
 namespace gazectl {
@@ -96,7 +97,7 @@ void LogRouter::handle(int priority, const char* tagText, const char* messageTex
             } else if (mShown < kMaxTerminalErrors) {
                 ++mShown;
                 mRepeats[key] = 0;
-                fprintf(stderr, "gazectl: service error: %s\n", message.c_str());
+                mHeld.push_back({systemTime(SYSTEM_TIME_MONOTONIC), message});
             } else if (!mSaidMore) {
                 mSaidMore = true;
                 fprintf(stderr, "gazectl: more service errors; see --log FILE or --verbose\n");
@@ -107,7 +108,25 @@ void LogRouter::handle(int priority, const char* tagText, const char* messageTex
     if (observer) observer(priority, tag, message);
 }
 
+void LogRouter::showHeldErrors(bool all) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    size_t shown = 0;
+    while (shown < mHeld.size() && (all || now - mHeld[shown].atNanos >= kHoldNanos)) {
+        if (!mMuted) fprintf(stderr, "gazectl: service error: %s\n", mHeld[shown].message.c_str());
+        ++shown;
+    }
+    mHeld.erase(mHeld.begin(), mHeld.begin() + static_cast<long>(shown));
+}
+
+void LogRouter::dropHeldErrors() {
+    std::lock_guard<std::mutex> lock(mLock);
+    mHeld.clear();
+    mRepeats.clear();
+}
+
 void LogRouter::finish() {
+    showHeldErrors(true);
     std::lock_guard<std::mutex> lock(mLock);
     int repeats = 0;
     for (const auto& entry : mRepeats) repeats += entry.second;

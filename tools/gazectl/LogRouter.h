@@ -1,12 +1,14 @@
 #ifndef VELTO_GAZECTL_LOG_ROUTER_H
 #define VELTO_GAZECTL_LOG_ROUTER_H
 
+#include <stdint.h>
 #include <stdio.h>
 
 #include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace velto {
 namespace gazectl {
@@ -19,7 +21,7 @@ namespace gazectl {
 // - Otherwise stderr sees only errors, each distinct message once (repeats
 //   are counted and summed up at the end), at most a few per run, and none
 //   while muted (while gazectl itself explains, e.g. at start or after the
-//   hub went away).
+//   hub went away). Errors are held a moment before they are shown.
 // - An observer sees every line, for progress and state gazectl reads from
 //   the service's own reports.
 class LogRouter {
@@ -34,7 +36,13 @@ public:
     void setVerbose(bool verbose);
     void setMuted(bool muted);
     void setObserver(Observer observer);
-    // Prints the repeat counts of the errors shown; called once before exit.
+    // Shows the errors held for at least kHoldNanos (all with `all`). An
+    // error is held first because the lines of a hub going away come just
+    // before its files vanish, and then gazectl says so itself.
+    void showHeldErrors(bool all = false);
+    // Drops the held errors.
+    void dropHeldErrors();
+    // Shows what is held and the repeat counts; called once before exit.
     void finish();
 
     // Messages differing only in their numbers count as the same message.
@@ -46,6 +54,12 @@ private:
     LogRouter() = default;
 
     static const int kMaxTerminalErrors = 3;
+    static const int64_t kHoldNanos = 500000000;
+
+    struct HeldError {
+        int64_t atNanos;
+        std::string message;
+    };
 
     std::mutex mLock;
     FILE* mFile = nullptr;
@@ -55,6 +69,7 @@ private:
     int mShown = 0;
     std::map<std::string, int> mRepeats;  // key -> times seen after it was shown
     Observer mObserver;
+    std::vector<HeldError> mHeld;
 };
 
 }  // namespace gazectl

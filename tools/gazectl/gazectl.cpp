@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 #include <utils/Timers.h>
 
@@ -43,6 +44,9 @@ void onSignal(int) {
 }
 
 int64_t nowNanos() { return systemTime(SYSTEM_TIME_MONOTONIC); }
+
+// watch --wait: the hub went away and came back.
+const int kRestart = -1;
 
 int64_t wallNanos() {
     struct timespec t;
@@ -141,6 +145,7 @@ int watch(GazeClient* client, const WatchOptions& options) {
             if (!GazeClient::hubPresent()) {
                 if (!saidGone) {
                     LogRouter::install().setMuted(true);
+                    LogRouter::install().dropHeldErrors();
                     fprintf(stderr, "gazectl: the sensor hub disappeared (%s is gone)%s\n",
                             GazeClient::hubMarkerPath().c_str(), options.wait ? "; waiting for it" : "");
                     saidGone = true;
@@ -150,17 +155,21 @@ int watch(GazeClient* client, const WatchOptions& options) {
                     break;
                 }
             } else if (saidGone) {
-                // Back: the service's sensor keeps its files open on the old
-                // hub, so gazectl cannot go on with the same process.
-                fprintf(stderr, "gazectl: the sensor hub is back; run gazectl again to watch it\n");
-                status = tools::kExitFailed;
+                // Back. The service's sensor holds the files of the old hub
+                // and is never made again in a process, so gazectl starts
+                // afresh (see main).
+                fprintf(stderr, "gazectl: the sensor hub is back; starting again\n");
+                status = kRestart;
                 break;
             }
         }
+        LogRouter::install().showHeldErrors();
         usleep(20000);
     }
     client->setPrinter(nullptr);
     printer.print(nowNanos(), true);
+    // Time ran out while the hub was away: nothing was watched then.
+    if (saidGone && status == tools::kExitOk && !GazeClient::hubPresent()) status = tools::kExitFailed;
     return status;
 }
 
@@ -180,10 +189,12 @@ int record(GazeClient* client, double seconds) {
             break;
         }
         if (!GazeClient::hubPresent()) {
+            LogRouter::install().setMuted(true);
             fprintf(stderr, "gazectl: the sensor hub disappeared; the log ends here\n");
             status = tools::kExitFailed;
             break;
         }
+        LogRouter::install().showHeldErrors();
         usleep(20000);
     }
     // A log cut short by Ctrl-C is still a good log.
@@ -362,5 +373,10 @@ int main(int argc, char** argv) {
     }
     client->shutdown();
     log.finish();
+    if (status == kRestart) {
+        execv("/proc/self/exe", argv);
+        fprintf(stderr, "gazectl: cannot start again: %s\n", strerror(errno));
+        return tools::kExitFailed;
+    }
     return status == tools::kExitOk && gInterrupted.load() ? tools::kExitInterrupted : status;
 }
