@@ -45,6 +45,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (wink.computeMCUParams(&params) && params.gain > velto::MCUParams::kMaxDetectorGain) abort();
     }
     (void)wink.getDebugString();
-    wink.saveHighPowerCalibration("/cal_out.txt");
     return 0;
 }
