@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "tools/cli/ToolCli.h"
+#include "tools/common/InstalledData.h"
 #include "tools/gazeeval/Evaluation.h"
 #include "tools/gazeeval/SvgPlot.h"
 
@@ -41,7 +42,9 @@ int fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     CLI::App app{"Scores the shipped detectors on a labelled corpus."};
-    std::string corpusDir, modelsDir = "etc/gaze", plotPath, plotRecording, detectionsPath;
+    // Installed, the shipped detector files lie beside the program.
+    std::string corpusDir, modelsDir = velto::tools::findInstalledData("gaze", "etc/gaze"), plotPath, plotRecording,
+                           detectionsPath;
     bool json = false, perRecording = false, verbose = false;
     double plotFrom = 0, plotTo = -1;
     int threads = static_cast<int>(std::max(1u, std::min(2u, std::thread::hardware_concurrency())));

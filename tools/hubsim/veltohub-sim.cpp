@@ -28,6 +28,7 @@
 #include <thread>
 
 #include "tools/cli/ToolCli.h"
+#include "tools/common/InstalledData.h"
 #include "tools/hubsim/ControlServer.h"
 #include "tools/hubsim/HubFileSystem.h"
 #include "tools/hubsim/SimRoot.h"
@@ -50,15 +51,6 @@ bool readFile(const std::string& path, std::string* text) {
 
 bool exists(const std::string& path) {
     return access(path.c_str(), R_OK) == 0;
-}
-
-std::string executableDir() {
-    char buf[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
-    if (n <= 0) return ".";
-    buf[n] = 0;
-    std::string p(buf);
-    return p.substr(0, p.rfind('/'));
 }
 
 // Bad input: one message naming the file and line, status 2.
@@ -106,7 +98,9 @@ int main(int argc, char** argv) {
 
     CLI::App app{"Simulated Veltohub sensor hub (FUSE)."};
     std::string root, scenarioFile, replayFile, controlPath, labelsPath;
-    std::string firmwarePath, gazeEtc = VELTO_HUBSIM_GAZE_ETC;
+    // Installed, the shipped files are in ../share/veltogaze beside the
+    // program; in the build tree, the build's image and the source's files.
+    std::string firmwarePath, gazeEtc = tools::findInstalledData("gaze", VELTO_HUBSIM_GAZE_ETC);
     double speed = 1.0;
     int readyFd = -1;
     bool verbose = false;
@@ -143,8 +137,8 @@ int main(int argc, char** argv) {
 
     // All input is read and checked before anything is created or mounted.
     if (firmwarePath.empty()) {
-        firmwarePath = executableDir() + "/../etc/veltohub.s19";
-        if (!exists(firmwarePath)) firmwarePath = VELTO_HUBSIM_FIRMWARE;
+        firmwarePath = tools::executableDir() + "/../etc/veltohub.s19";
+        if (!exists(firmwarePath)) firmwarePath = tools::findInstalledData("firmware/veltohub.s19", VELTO_HUBSIM_FIRMWARE);
     }
     std::string text;
     FirmwareImage image;
