@@ -1,44 +1,67 @@
 #ifndef VELTO_GAZECTL_DEMO_H
 #define VELTO_GAZECTL_DEMO_H
 
+#include <cstdint>
+#include <mutex>
 #include <string>
+#include <vector>
 
+#include "tools/gazectl/DemoReport.h"
 #include "tools/gazectl/GazeClient.h"
+#include "tools/gazectl/SampleTap.h"
 #include "tools/hubsim/ControlClient.h"
 
 namespace velto {
 namespace gazectl {
 
+struct DemoOptions {
+    double speed = 1.0;       // the simulator's --speed: how fast hub time runs
+    std::string svgPath;      // where the timeline goes ("" for none)
+    std::string labelsPath;   // the simulator's --labels file, drawn on the timeline
+    bool json = false;        // the table as JSON on stdout, the narration on stderr
+};
+
 // A guided tour of the service on the simulator: the simulated wearer is
 // asked (through the simulator's control socket) to calibrate and then to
-// perform gestures, and every event the service reports is shown beside what
-// the wearer did.
+// perform gestures, and every event the service reports is scored against the
+// simulator's ground truth. Everything is paced and scored in hub time, as the
+// samples the library receives carry it, so a slow or loaded machine delays
+// the tour but does not change its verdict.
 class Demo {
 public:
-    Demo(GazeClient* client, hubsim::ControlClient* sim, double speed) : mClient(client), mSim(sim), mSpeed(speed) {}
-    // Returns the process exit status: 0 when every step ran.
+    Demo(GazeClient* client, hubsim::ControlClient* sim, const DemoOptions& options)
+        : mClient(client), mSim(sim), mOptions(options) {}
+    // Returns the process exit status: 0 when the tour ran to its end (missed
+    // gestures are part of the report, not a failure), 1 otherwise.
     int run();
 
 private:
-    // Sleeps `simSeconds` of simulated time.
-    void pause(double simSeconds) const;
+    // Waits until the library has received samples up to `hubNs`; false
+    // (said once) when they do not come within a generous wall-clock bound.
+    bool waitForHubTime(int64_t hubNs);
+    // Waits `seconds` of hub time from the newest sample on.
+    bool pause(double seconds) { return waitForHubTime(mTap->newestNs() + static_cast<int64_t>(seconds * 1e9)); }
+    // Asks the simulated wearer (or hub) to do `command`; true when it could,
+    // with the event's ground-truth span in hub time when it has one.
+    bool sim(const std::string& command, int64_t* startNs = nullptr, int64_t* endNs = nullptr);
     bool calibrateDonDoff();
     bool calibrateWink();
     bool calibrateLookAtScreen();
-    // The wearer performs `action`; true when `expected` is reported within
-    // `windowSeconds` of simulated time (NUM_EYE_GESTURES: nothing expected).
-    bool perform(const std::string& action, EyeGesture expected, double windowSeconds);
+    // The wearer performs `action`, then `restSeconds` of hub time pass after it.
+    void perform(const std::string& action, EyeGesture expected, double restSeconds);
     void record();
+    void onEvent(const GestureEvent& event);
+    void finish(int64_t fromNs, int64_t toNs);
     void say(const char* format, ...) const __attribute__((format(printf, 2, 3)));
-    // Asks the simulated wearer (or hub) to do `command`; true when it could.
-    bool sim(const std::string& command) { return mSim->command(command).compare(0, 2, "OK") == 0; }
 
     GazeClient* mClient;
     hubsim::ControlClient* mSim;
-    double mSpeed;
-    int mPerformed = 0;
-    int mDetected = 0;
-    int mUnexpected = 0;
+    DemoOptions mOptions;
+    SampleTap* mTap = nullptr;
+    bool mLate = false;
+    std::vector<ExpectedGesture> mExpected;
+    mutable std::mutex mLock;  // guards mDetections, filled on the sensor thread
+    std::vector<DemoDetection> mDetections;
 };
 
 }  // namespace gazectl

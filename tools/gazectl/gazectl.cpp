@@ -272,10 +272,13 @@ int main(int argc, char** argv) {
     dumpCmd->add_flag("--json", dumpJson, "One JSON object: the service's part and one part per module");
 
     std::string simControl;
-    double speed = 1.0;
+    velto::gazectl::DemoOptions demo;
     CLI::App* demoCmd = app.add_subcommand("demo", "A guided tour on veltohub-sim (needs its control socket)");
     demoCmd->add_option("--sim-control", simControl, "The simulator's control socket")->required();
-    demoCmd->add_option("--speed", speed, "The simulator's --speed")->check(CLI::Range(0.001, 100000.0));
+    demoCmd->add_option("--speed", demo.speed, "The simulator's --speed")->check(CLI::Range(0.001, 100000.0));
+    demoCmd->add_option("--svg", demo.svgPath, "Write the timeline of the detections here");
+    demoCmd->add_option("--labels", demo.labelsPath, "The simulator's --labels file, drawn on the timeline");
+    demoCmd->add_flag("--json", demo.json, "Print the table as JSON (the tour goes to stderr)");
 
     const int parsed = tools::parseCommandLine(app, "gazectl", argc, argv);
     if (parsed >= 0) return parsed;
@@ -360,7 +363,7 @@ int main(int argc, char** argv) {
             fprintf(stderr, "gazectl: %s\n", error.c_str());
             status = tools::kExitFailed;
         } else {
-            status = Demo(client.get(), &sim, speed).run();
+            status = Demo(client.get(), &sim, demo).run();
         }
     } else {
         android::String8 text;

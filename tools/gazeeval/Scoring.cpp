@@ -99,11 +99,12 @@ ScoringPlan planScoring(const CorpusRecording& rec, signal::LabelKind kind, int6
 }
 
 void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detectionsNs, GestureScore* score,
-                     std::vector<Outcome>* outcomes, std::vector<Span>* missed) {
+                     std::vector<Outcome>* outcomes, std::vector<Span>* missed, std::vector<int>* matchedTargets) {
     std::vector<bool> used(plan.targets.size(), false);
     score->events += static_cast<int>(plan.targets.size());
     score->wearHours += plan.wearHours;
     if (outcomes != nullptr) outcomes->assign(detectionsNs.size(), Outcome::Ignored);
+    if (matchedTargets != nullptr) matchedTargets->assign(detectionsNs.size(), -1);
     for (size_t k = 0; k < detectionsNs.size(); ++k) {
         const int64_t t = detectionsNs[k];
         if (t < plan.fromNs || insideAny(plan.excluded, t)) continue;
@@ -113,6 +114,7 @@ void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detect
             if (used[i] || t < l.startNs || t > l.endNs + kMatchSlackNs) continue;
             used[i] = true;
             matched = true;
+            if (matchedTargets != nullptr) (*matchedTargets)[k] = static_cast<int>(i);
             score->latenciesMs.push_back(static_cast<double>(t - l.endNs) * 1e-6);
             break;
         }

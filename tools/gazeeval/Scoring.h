@@ -52,11 +52,13 @@ ScoringPlan planScoring(const CorpusRecording& rec, signal::LabelKind kind, int6
 // kMatchSlackNs after its end, contains it. A detection that matches no target
 // but would match an absorbing label is not counted; any other is a false
 // positive.
-// When `outcomes` is given it receives one entry per detection, and
-// `missed` the targets that no detection matched.
+// When `outcomes` is given it receives one entry per detection, `missed` the
+// targets that no detection matched, and `matchedTargets` per detection the
+// index in plan.targets of the label it matched (-1 for none).
 enum class Outcome { Matched, FalsePositive, Ignored };
 void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detectionsNs, GestureScore* score,
-                     std::vector<Outcome>* outcomes = nullptr, std::vector<Span>* missed = nullptr);
+                     std::vector<Outcome>* outcomes = nullptr, std::vector<Span>* missed = nullptr,
+                     std::vector<int>* matchedTargets = nullptr);
 
 // The p-quantile (0..1) of the values, interpolated linearly between order
 // statistics; NaN for no values.
