@@ -322,7 +322,7 @@ int main(int argc, char** argv) {
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    signal(SIGPIPE, SIG_IGN);  // a closed stdout shows as a failed write
+    ::signal(SIGPIPE, SIG_IGN);  // a closed stdout shows as a failed write
 
     if (*statusCmd) {
         const nlohmann::json status = Status::gather();
