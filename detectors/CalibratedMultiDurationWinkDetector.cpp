@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <limits>
+
 #include "classifier/TextFile.h"
 #include "service/GazeService.h"
 #include "veltoutils/Paths.h"
@@ -51,6 +53,11 @@ void CalibratedMultiDurationWinkDetector::reset() {
     }
     // The very next detection passes the minimum interval, from -1 ms on.
     mLastConfirmedDetectionTimeMs = -(kMinWinkIntervalMs + 1.0);
+}
+
+void CalibratedMultiDurationWinkDetector::resetTimeState() {
+    reset();
+    mLastConfirmedDetectionTimeMs = -std::numeric_limits<double>::infinity();
 }
 
 void CalibratedMultiDurationWinkDetector::clearDetectors() {

@@ -51,6 +51,8 @@ public:
     virtual ~CalibratedMultiDurationWinkDetector();
 
     void reset() override;
+    // As reset(), for a new clock that may start anywhere, even below zero.
+    void resetTimeState() override;
     // Returns 0 (WINK) or -1.
     int update(long long timestampNanos, const float* newSamples, int numSamples) override;
     android::String8 getVersionString() const override;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "classifier/TextFile.h"
 #include "service/GazeService.h"
@@ -14,13 +15,14 @@ namespace velto {
 
 namespace {
 const char kTag[] = "GazeService:EyeGestureBoostingDetector";
-}
+// The very first gesture is never inside the minimum interval of 500 ms.
+const double kNoGestureTimeMs = -500.0;
+}  // namespace
 
 const Interval<float> EyeGestureBoostingDetector::kDetectorMagnitudeLimits(5.0f, 1000.0f);
 
 EyeGestureBoostingDetector::EyeGestureBoostingDetector(EyeGesture gesture)
-    // -500 ms: the very first gesture is never inside the minimum interval.
-    : mEyeGesture(gesture), mLastGestureTimeMs(-500.0), mMagnitudeRange(5.0f, 1000.0f) {}
+    : mEyeGesture(gesture), mLastGestureTimeMs(kNoGestureTimeMs), mMagnitudeRange(5.0f, 1000.0f) {}
 
 EyeGestureBoostingDetector::EyeGestureBoostingDetector(EyeGesture gesture,
                                                        const android::Vector<BoostingDetector*>& detectors)
@@ -128,6 +130,12 @@ int EyeGestureBoostingDetector::update(long long timestamp, const float* newSamp
     }
     mLastGestureTimeMs = timeMs;
     return mEyeGesture;
+}
+
+void EyeGestureBoostingDetector::resetTimeState() {
+    reset();
+    // The new clock may start anywhere, even below zero.
+    mLastGestureTimeMs = -std::numeric_limits<double>::infinity();
 }
 
 void EyeGestureBoostingDetector::reset() {

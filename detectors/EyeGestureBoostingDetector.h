@@ -34,6 +34,8 @@ public:
     virtual ~EyeGestureBoostingDetector();
 
     void reset() override;
+    // reset() keeps the last gesture's time; on a new clock it means nothing.
+    void resetTimeState() override;
     int update(long long timestamp, const float* newSamples, int numSamples) override;
     android::String8 getVersionString() const override;
     android::String8 getDebugString() const override;

@@ -140,6 +140,11 @@ int DoubleBlinkModule::updateDetector_l(const ProxData& sample) const {
     return mDetector->update(sample.mTimestampNanos, &value, 1);
 }
 
+void DoubleBlinkModule::onProxDataDiscontinuity(long long, long long) {
+    android::Mutex::Autolock lock(mLock);
+    if (mDetector != nullptr) mDetector->resetTimeState();
+}
+
 void DoubleBlinkModule::onProxData(const ProxData& sample) {
     android::Mutex::Autolock lock(mLock);
     const int result = updateDetector_l(sample);

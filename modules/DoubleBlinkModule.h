@@ -42,6 +42,7 @@ public:
     android::String8 dump() const override;
 
     void onProxData(const ProxData& sample) override;
+    void onProxDataDiscontinuity(long long fromNs, long long toNs) override;
 
 private:
     int stop_l();

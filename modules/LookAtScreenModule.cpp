@@ -231,6 +231,11 @@ bool LookAtScreenModule::isCalibrationComplete() const {
     return false;
 }
 
+void LookAtScreenModule::onProxDataDiscontinuity(long long, long long) {
+    android::Mutex::Autolock lock(mLock);
+    if (mDetector != nullptr) mDetector->resetTimeState();
+}
+
 void LookAtScreenModule::onProxData(const ProxData& sample) {
     android::Mutex::Autolock lock(mLock);
     int result = GazeRecord::kInvalidDetectorResponse;

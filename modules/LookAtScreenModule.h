@@ -52,6 +52,7 @@ public:
     android::String8 dump() const override;
 
     void onProxData(const ProxData& sample) override;
+    void onProxDataDiscontinuity(long long fromNs, long long toNs) override;
 
     bool loadBoostingDetectorFromFile();
     bool loadParametersFromFile(const android::String8& file);

@@ -3,6 +3,8 @@
 #include <log/log.h>
 #include <utils/SystemClock.h>
 
+#include <limits>
+
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
 #include "service/GazeService.h"
 #include "veltoutils/DumpLock.h"
@@ -13,6 +15,8 @@ namespace velto {
 namespace {
 
 const char kTag[] = "GazeService:WinkModule";
+// Before any sample: far enough back that the first one is never stale.
+const int64_t kInitialLatestTimestampNs = -100000000;
 
 // A gap of one and a half sample periods between two samples means samples were
 // lost: the validation starts over. Computed on first use.
@@ -43,7 +47,7 @@ WinkModule::WinkModule(ProximitySensorInterface* proxSensor)
       mNumSamplesRemainingToValidateWink(0),
       mLowPowerWinkHoldoffSamples(0),
       mNumProxPacketsRead(0),
-      mLatestTimestampNs(-100000000),
+      mLatestTimestampNs(kInitialLatestTimestampNs),
       mLastLowPowerWinkTimeMs(0),
       mLastProxEventTimeMs(0),
       mNumLowPowerEvents(0),
@@ -73,7 +77,7 @@ WinkModule::WinkModule(ProximitySensorInterface* proxSensor, CalibratedEyeGestur
       mNumSamplesRemainingToValidateWink(0),
       mLowPowerWinkHoldoffSamples(0),
       mNumProxPacketsRead(0),
-      mLatestTimestampNs(-100000000),
+      mLatestTimestampNs(kInitialLatestTimestampNs),
       mLastLowPowerWinkTimeMs(0),
       mLastProxEventTimeMs(0),
       mNumLowPowerEvents(0),
@@ -322,6 +326,13 @@ int WinkModule::updateWinkDetector_l(const ProxData& sample) {
     }
     const float value = static_cast<float>(sample.mData & ProxData::kValueMask);
     return mWinkDetector->update(sample.mTimestampNanos, &value, 1);
+}
+
+void WinkModule::onProxDataDiscontinuity(long long, long long) {
+    android::Mutex::Autolock lock(mLock);
+    // No sample of the new clock is stale, wherever that clock starts.
+    mLatestTimestampNs = std::numeric_limits<int64_t>::min();
+    if (mWinkDetector != nullptr) mWinkDetector->resetTimeState();
 }
 
 void WinkModule::onProxData(const ProxData& sample) {

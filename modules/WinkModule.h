@@ -59,6 +59,7 @@ public:
 
     void onLowPowerWink() override;
     void onProxData(const ProxData& sample) override;
+    void onProxDataDiscontinuity(long long fromNs, long long toNs) override;
 
 private:
     int stop_l();

@@ -15,7 +15,16 @@ namespace velto {
 
 namespace {
 const char kTag[] = "GazeService:Veltohub";
+
+// Anything else in the pipe's place (a regular file always polls readable and
+// reads nothing) would keep the event thread spinning.
+bool isFifo(int fd, const android::String8& path) {
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISFIFO(st.st_mode)) return true;
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "The control pipe %s is not a FIFO; not used.", path.string());
+    return false;
 }
+}  // namespace
 
 bool VeltohubProximitySensor::ensureControlPipeExists_l() {
     android::String8 path = Paths::resolve(kControlPipePath);
@@ -43,6 +52,8 @@ void VeltohubProximitySensor::setupExecutionControlPipe() {
     mExecutionPipeFd = open(path.string(), O_RDWR | O_CLOEXEC);
     if (mExecutionPipeFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the control pipe: %s  errno=%d", path.string(), errno);
+    } else if (!isFifo(mExecutionPipeFd, path)) {
+        tearDownExecutionControlPipe();
     }
 }
 
@@ -53,9 +64,13 @@ void VeltohubProximitySensor::setupRequestControlPipe() {
         return;
     }
     android::String8 path = Paths::resolve(kControlPipePath);
-    mRequestPipeFd = open(path.string(), O_RDWR | O_CLOEXEC);
+    // Never blocks: writers hold both sensor mutexes, and a full pipe already
+    // holds enough wake-ups for the thread.
+    mRequestPipeFd = open(path.string(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
     if (mRequestPipeFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the control pipe %s  errno=%d", path.string(), errno);
+    } else if (!isFifo(mRequestPipeFd, path)) {
+        tearDownRequestControlPipe();
     }
 }
 

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+#include <utils/SystemClock.h>
 
 #include "sensor/VeltohubProximitySensor.h"
 #include "veltoutils/Paths.h"
@@ -41,7 +42,10 @@ android::String8 VeltohubProximitySensor::getFullPath(const android::String8& di
 
 bool VeltohubProximitySensor::openDataFile() {
     android::String8 path = Paths::resolve(kDataDevicePath);
-    int fd = open(path.string(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking: the hub can empty its FIFO (a reset, passthrough toggled)
+    // between the poll that saw a packet and the read, and a blocking read
+    // would then hold the event thread until the hub sends again.
+    int fd = open(path.string(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the raw device! errno=%d", errno);
         return false;
@@ -66,19 +70,34 @@ void VeltohubProximitySensor::closeDataFile() {
 bool VeltohubProximitySensor::readOnePacket(ProxData* out) {
     if (mBatchPacketsLeft == 0) {
         ssize_t numRead = read(mDataFd, mBatch, sizeof(mBatch));
+        const int err = errno;
+        mReadWouldBlock = numRead < 0 && (err == EAGAIN || err == EWOULDBLOCK);
+        if (mReadWouldBlock) {
+            mBatchPacketsLeft = 0;
+            return false;  // the packet that was announced is gone: not a fault
+        }
         if (numRead <= 0) {
             // A failed read is an empty batch: the cursor never walks past it.
-            __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
-                                static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), errno);
+            // A device failing over and over says so once a second.
+            if (mReadFailureLog.allow(android::uptimeMillis())) {
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
+                                    static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), err);
+            }
             mBatchPacketsLeft = 0;
             return false;
         }
         // A trailing partial packet is dropped.
         mBatchPacketsLeft = static_cast<unsigned int>(numRead) / kPacketSize;
         mBatchCursor = 0;
+        if (numRead % kPacketSize != 0 && mStreamLog.allow(android::uptimeMillis())) {
+            __android_log_print(ANDROID_LOG_WARN, kTag, "Dropped a partial packet: the device gave %d bytes.",
+                                static_cast<int>(numRead));
+        }
         if (mBatchPacketsLeft == 0) {
-            __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
-                                static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), 0);
+            if (mReadFailureLog.allow(android::uptimeMillis())) {
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
+                                    static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), 0);
+            }
             return false;
         }
     }
@@ -104,6 +123,7 @@ bool VeltohubProximitySensor::writeToSysfsFile(const android::String8& node, con
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Write failed with errno=%d", errno);
         return false;
     }
+    rememberHubSetting(node, value);
     return true;
 }
 
@@ -265,13 +285,17 @@ bool VeltohubProximitySensor::readDonDoffStateFromFile_l(int fd) const {
     return buffer[0] == '1';
 }
 
+// A failed write is put right by the event thread's check of the hub.
 void VeltohubProximitySensor::enableDonDoffInterrupts(bool on) {
-    writeToSysfsFile(android::String8("don_doff_enable"), android::String8(on ? "1" : "0"));
+    if (!writeToSysfsFile(android::String8("don_doff_enable"), android::String8(on ? "1" : "0"))) {
+        mHubStateSuspect.store(true);
+    }
 }
 
 void VeltohubProximitySensor::enableLowPowerWinkInterrupts(bool on) {
-    writeToSysfsFile(android::String8("wink_enable"), android::String8(on ? "1" : "0"));
-    writeToSysfsFile(android::String8("wink_flag_enable"), android::String8(on ? "1" : "0"));
+    bool ok = writeToSysfsFile(android::String8("wink_enable"), android::String8(on ? "1" : "0"));
+    ok = writeToSysfsFile(android::String8("wink_flag_enable"), android::String8(on ? "1" : "0")) && ok;
+    if (!ok) mHubStateSuspect.store(true);
 }
 
 }  // namespace velto

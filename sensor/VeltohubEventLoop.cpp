@@ -9,6 +9,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <utils/SystemClock.h>
+#include <utils/Timers.h>
+
 #include <atomic>
 
 #include "sensor/VeltohubCommands.h"
@@ -110,7 +113,20 @@ void VeltohubProximitySensor::closePollingStructs() {
     }
 }
 
+int VeltohubProximitySensor::pollTimeoutMillis(int64_t nowMs) const {
+    int64_t timeout = -1;
+    if (mDeviceRetryAtMs >= 0) timeout = mDeviceRetryAtMs > nowMs ? mDeviceRetryAtMs - nowMs : 0;
+    // With nobody listening the hub is paused and nothing needs watching.
+    if (mListenerCount.load() > 0 || mWantStreaming || mHubStateSuspect.load()) {
+        const int64_t check = (mWantStreaming && !mWantPaused) ? kStreamingCheckMillis : kIdleCheckMillis;
+        if (timeout < 0 || check < timeout) timeout = check;
+    }
+    return static_cast<int>(timeout);
+}
+
 bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
+    int64_t now = android::uptimeMillis();
+    if (mDeviceRetryAtMs >= 0 && now >= mDeviceRetryAtMs) retryDataDevice(now);
     const bool streaming = android_atomic_acquire_load(&mStreaming) != 0;
     struct pollfd* first = streaming ? &mPollFds[0] : &mPollFds[1];
     const nfds_t count = streaming ? 4 : 3;
@@ -119,7 +135,8 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
     // batch would wait for the hub's next packet, and be lost to a listener
     // that leaves before it comes.
     const bool batchPending = streaming && mBatchPacketsLeft > 0;
-    if (poll(first, count, batchPending ? 0 : -1) < 0) {
+    const int ready = poll(first, count, batchPending ? 0 : pollTimeoutMillis(now));
+    if (ready < 0) {
         if (errno == EINTR) return true;
         __android_log_print(ANDROID_LOG_WARN, kTag, "Poll received an error: errno=%d", errno);
         return false;
@@ -133,6 +150,13 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
         // the hub sends again, which a paused hub never does.
         mPollFds[0].revents = 0;
         poll(&mPollFds[0], 1, 0);
+    }
+    if (ready == 0 && !batchPending) {
+        // Nothing happened for a whole time-out: a good moment to look whether
+        // the hub is still in the mode it was put in.
+        now = android::uptimeMillis();
+        if (mDeviceRetryAtMs < 0 || now < mDeviceRetryAtMs) checkHubState(now);
+        return true;
     }
     for (int i = streaming ? 0 : 1; i < 4; ++i) {
         if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;
@@ -181,19 +205,12 @@ void VeltohubProximitySensor::handleProxDataInterrupt() {
     // A failed read passes the zero sample on; listeners with a positive
     // horizon skip it.
     ProxData sample(0, 0);
-    if (readOnePacket(&sample)) {
-        mFailedReads = 0;
-    } else if (++mFailedReads >= kMaxFailedReads) {
-        // A device that fails every read would keep this thread spinning; it
-        // is polled again after the next flush reopens it.
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "The data device failed %d reads in a row; no longer polled.",
-                            mFailedReads);
-        mPollFds[0].fd = -1;
-        mFailedReads = 0;
-        return;
-    }
+    const bool read = readOnePacket(&sample);
+    if (!read && mReadWouldBlock) return;
+    if (!read || mFailedReads > 0) noteDataRead(read, android::uptimeMillis());
     mHistoryBuffer.add(sample);
     dispatchProxData(sample);
+    if (read) noteSampleClock(sample);
 }
 
 void VeltohubProximitySensor::handleDonDoffInterrupt() {
@@ -213,17 +230,27 @@ void VeltohubProximitySensor::handleLowPowerWinkInterrupt() {
 }
 
 void VeltohubProximitySensor::startStreamingData() {
+    mWantStreaming = true;
     if (writeToSysfsFile(android::String8("passthru_enable"), android::String8("1"))) {
         android_atomic_acquire_store(1, &mStreaming);
+        mStreamRestarted = true;
+    } else {
+        // No samples can come, so nothing may keep the device awake waiting
+        // for them; the hub check writes it again and takes the lock back.
+        release_wake_lock(kDataWakeLockName);
+        mHubStateSuspect.store(true);
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Streaming could not be turned on; data wake lock released until the hub accepts it.");
     }
     mPollFds[0].events = POLLIN | POLLERR;
 }
 
 void VeltohubProximitySensor::stopStreamingData() {
+    mWantStreaming = false;
     // The poll set changes before the hub is told, so no read follows a stop.
     android_atomic_acquire_store(0, &mStreaming);
     mPollFds[0].events = POLLERR;
-    writeToSysfsFile(android::String8("passthru_enable"), android::String8("0"));
+    if (!writeToSysfsFile(android::String8("passthru_enable"), android::String8("0"))) mHubStateSuspect.store(true);
 }
 
 bool VeltohubProximitySensor::isStreamingData() const {
@@ -234,6 +261,9 @@ void VeltohubProximitySensor::executeFlushFifo() {
     closeDataFile();
     openDataFile();
     mHistoryBuffer.clear();
+    // A fresh descriptor: any back-off from earlier failures is over.
+    mFailedReads = 0;
+    mDeviceRetryAtMs = -1;
 }
 
 void VeltohubProximitySensor::setPause(bool pause) {
@@ -250,8 +280,10 @@ void VeltohubProximitySensor::setPause(bool pause) {
 TriStateBool VeltohubProximitySensor::isPaused() const { return Utils::toTriStateBool(mUserPaused.load()); }
 
 void VeltohubProximitySensor::setPauseInternal(bool pause) {
+    mWantPaused = pause;
     writeToSysfsFile(android::String8("pause"), android::String8(pause ? "1" : "0"));
     if (readPauseState() != Utils::toTriStateBool(pause)) {
+        mHubStateSuspect.store(true);
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Error setting pause state to %s", pause ? "true" : "false");
     }
 }

@@ -2,8 +2,10 @@
 // the dispatch of samples, interrupts and replayed history.
 #include "sensor/VeltohubProximitySensor.h"
 
+#include <cutils/atomic.h>
 #include <hardware_legacy/power.h>
 #include <log/log.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/time.h>
 
@@ -40,6 +42,11 @@ VeltohubProximitySensor* VeltohubProximitySensor::getInstance() {
                 __android_log_print(ANDROID_LOG_ERROR, kTag, "Error: cannot start the singleton VeltohubProximitySensor!");
                 delete smSingleton;  // still the singleton here, so its destructor warns
                 smSingleton = nullptr;
+            } else {
+                // Registered after every static the event thread uses exists,
+                // so it runs before any of them is destroyed.
+                static bool registered = false;
+                if (!registered) registered = atexit(stopAtExit) == 0;
             }
         }
     }
@@ -57,10 +64,20 @@ VeltohubProximitySensor::VeltohubProximitySensor()
       mBatchPacketsLeft(0),
       mPacketCount(0),
       mFailedReads(0),
+      mReadWouldBlock(false),
+      mFailingSinceMs(0),
+      mLastReopenMs(0),
+      mDeviceRetryAtMs(-1),
       mRequestPipeFd(-1),
       mExecutionPipeFd(-1),
       mStreaming(0),
       mThreadRunning(false),
+      mWantPaused(true),
+      mWantStreaming(false),
+      mHubStateSuspect(false),
+      mListenerCount(0),
+      mLastHubClockNs(kUnknownClock),
+      mStreamRestarted(true),
       mSysfsDir(Paths::resolve(kSysfsDirectory)) {
     memset(mBatch, 0, sizeof(mBatch));
     for (struct pollfd& entry : mPollFds) {
@@ -85,6 +102,20 @@ VeltohubProximitySensor::~VeltohubProximitySensor() {
     mCommands.clear();
 }
 
+void VeltohubProximitySensor::stopAtExit() {
+    // The process is ending with the service running: stop the event thread
+    // while everything it uses still exists, and leave the hub paused.
+    VeltohubProximitySensor* sensor = nullptr;
+    {
+        android::Mutex::Autolock lock(smSingletonLock);
+        sensor = smSingleton;
+    }
+    if (sensor != nullptr && sensor->isStarted()) {
+        __android_log_print(ANDROID_LOG_INFO, kTag, "Process exit: stopping the sensor and pausing the hub.");
+        sensor->stop();
+    }
+}
+
 bool VeltohubProximitySensor::start() {
     android::Mutex::Autolock lock(mSensorLock);
     if (!checkFirmware(false)) {
@@ -94,6 +125,13 @@ bool VeltohubProximitySensor::start() {
     if (!isHardwareAvailable()) return false;
     setupExecutionControlPipe();
     setupRequestControlPipe();
+    if (mExecutionPipeFd < 0 || mRequestPipeFd < 0) {
+        // Without the pipe nothing could wake the thread, not even to stop it.
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "No control pipe: the sensor's event thread is not started.");
+        tearDownRequestControlPipe();
+        tearDownExecutionControlPipe();
+        return false;
+    }
     requestStopStreamingData_l();
     openDataFile();
     setupPollingStructs();
@@ -114,6 +152,8 @@ void VeltohubProximitySensor::stop() {
     tearDownExecutionControlPipe();
     closeDataFile();
     destroyControlPipe();
+    // Nobody reads the device any more: the hub stops streaming and pauses.
+    if (mWantStreaming || android_atomic_acquire_load(&mStreaming) != 0) stopStreamingData();
     setPauseInternal(true);
 }
 
@@ -287,9 +327,10 @@ void VeltohubProximitySensor::removeAllListeners() {
 }
 
 void VeltohubProximitySensor::updateProxSensorStatus_l() {
-    if (mUserPaused.load()) return;
     // Caller holds the listener mutex too, so the three lists are stable.
     const size_t count = mDonDoffListeners.size() + mLowPowerWinkListeners.size() + mProxDataListeners.size();
+    mListenerCount.store(static_cast<int>(count));
+    if (mUserPaused.load()) return;
     queueCommand_l(new PauseCommand(this, count == 0));
 }
 

@@ -14,7 +14,9 @@
 
 #include "proxdata/CircularBuffer.h"
 #include "sensor/CommandInterface.h"
+#include "sensor/LogThrottle.h"
 #include "sensor/ProximitySensorInterface.h"
+#include "sensor/SampleClockMonitor.h"
 
 namespace velto {
 
@@ -31,6 +33,12 @@ namespace velto {
 // Locks: the listener mutex guards the three listener lists; the sensor mutex
 // guards the hub, the command queue and the streaming requests. The listener
 // mutex is always taken first; never the reverse.
+//
+// Faults of the hub are recovered on the event thread: a clock that steps back
+// restarts every data listener on the new clock; a data device that fails is
+// read again with back-off (and reopened); when the hub has been silent for a
+// while, its mode is compared with what the service asked for and rewritten
+// (after a hub reset, with the thresholds last written too).
 class VeltohubProximitySensor : public virtual ProximitySensorInterface {
 public:
     // One registered data listener: it receives samples from deviceHorizonNs on.
@@ -55,6 +63,10 @@ public:
     static const char kEventWakeLockName[];    // held while one wake-up is handled
     static const unsigned int kHistorySize = 66;
     static const unsigned int kThreadDelayMillis = 15000;
+    // Silence after which the hub's mode is checked: while streaming, and
+    // while only interrupts are awaited.
+    static const int kStreamingCheckMillis = 250;
+    static const int kIdleCheckMillis = 1000;
 
     // The singleton, created and started on first use; null when the hub is
     // absent or could not be started (a later call tries again).
@@ -166,6 +178,18 @@ protected:
     TriStateBool readPauseState() const;
     void incrementWakeLock_l();
     void decrementWakeLock_l();
+    int pollTimeoutMillis(int64_t nowMs) const;
+
+    // Recovery (event thread).
+    void noteDataRead(bool ok, int64_t nowMs);
+    void retryDataDevice(int64_t nowMs);
+    void noteSampleClock(const ProxData& sample);
+    void restartListenersOnNewClock(const ProxData& sample, int64_t fromNs);
+    void checkHubState(int64_t nowMs);
+    bool writeHubQuietly(const char* node, const char* value) const;
+    bool readHubQuietly(const char* node, android::String8* out) const;
+    void rememberHubSetting(const android::String8& node, const android::String8& value);
+    static void stopAtExit();
 
     // Listener bookkeeping and dispatch.
     void syncProxDataListenersIterator_l();
@@ -211,9 +235,14 @@ protected:
     unsigned int mBatchCursor;
     unsigned int mBatchPacketsLeft;
     uint64_t mPacketCount;
-    // Failed reads in a row; the device stops being polled at the limit.
-    static const int kMaxFailedReads = 100;
+    // Failed reads in a row. After a few, the device leaves the poll set and
+    // is read again at mDeviceRetryAtMs (-1: not backing off).
     int mFailedReads;
+    bool mReadWouldBlock;  // the last read found nothing to read
+    int64_t mFailingSinceMs;
+    int64_t mLastReopenMs;
+    int64_t mDeviceRetryAtMs;
+    LogThrottle mReadFailureLog;
 
     // Control pipe and command queue.
     int mRequestPipeFd;
@@ -225,6 +254,24 @@ protected:
     volatile int32_t mStreaming;
     android::sp<VeltohubThread> mThread;
     std::atomic<bool> mThreadRunning;
+
+    // What the event thread last asked of the hub, to check it against.
+    bool mWantPaused;
+    bool mWantStreaming;
+    // A write of the hub's mode failed: keep checking it even with nobody
+    // listening, until it is found as it should be.
+    std::atomic<bool> mHubStateSuspect;
+    // Listeners of all kinds, for the event thread's choice of time-out.
+    std::atomic<int> mListenerCount;
+    SampleClockMonitor mClockMonitor;
+    int64_t mLastHubClockNs;  // the hub's clock as last seen (packet or attribute)
+    static const int64_t kUnknownClock = INT64_MIN;
+    LogThrottle mStreamLog;
+    bool mStreamRestarted;  // the next gap spans a time without streaming
+    LogThrottle mHubStateLog;
+    // The hub's thresholds as last written, restored after a hub reset.
+    mutable android::Mutex mHubSettingsLock;
+    android::String8 mHubSettings[7];
 
     android::String8 mSysfsDir;
 };

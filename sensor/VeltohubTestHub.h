@@ -42,6 +42,12 @@ public:
     using VeltohubProximitySensor::mHistoryBuffer;
     using VeltohubProximitySensor::mProxDataListeners;
     using VeltohubProximitySensor::mStreaming;
+    using VeltohubProximitySensor::checkHubState;
+    using VeltohubProximitySensor::retryDataDevice;
+    using VeltohubProximitySensor::setPauseInternal;
+    using VeltohubProximitySensor::startStreamingData;
+    using VeltohubProximitySensor::mDeviceRetryAtMs;
+    using VeltohubProximitySensor::mPollFds;
 
     // The two pipe ends, as start() makes them, so queued commands wake nobody
     // but can be read back.

@@ -1,0 +1,126 @@
+// Recovery after hub faults, on a hub of plain files and the event thread's
+// handlers called directly.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utils/SystemClock.h>
+
+#include <fstream>
+
+#include "sensor/VeltohubTestHub.h"
+#include "tests/harness/LogCapture.h"
+
+namespace velto {
+namespace {
+
+using test::LogCapture;
+using test::PlainFileHub;
+using test::TestableSensor;
+
+struct ClockListener : public ProximitySensorInterface::ProxDataListener {
+    std::vector<int64_t> stamps;
+    std::vector<std::pair<long long, long long>> steps;
+    void onProxData(const ProxData& data) override { stamps.push_back(data.mTimestampNanos); }
+    void onProxDataDiscontinuity(long long fromNs, long long toNs) override { steps.emplace_back(fromNs, toNs); }
+};
+
+class VeltohubRecoveryTest : public ::testing::Test {
+protected:
+    // Appends packets to the device file and handles one wake-up for each.
+    void feed(const std::vector<uint64_t>& stamps) {
+        const std::string device = test::underRoot("/dev/veltohub");
+        if (access(device.c_str(), F_OK) != 0) test::writeFile(device, "");
+        std::ofstream out(device, std::ios::binary | std::ios::app);
+        for (uint64_t t : stamps) out << PlainFileHub::packet(t, 800);
+        out.close();
+        if (sensor.mPollFds[0].fd < 0) sensor.openDataFile();
+        for (size_t i = 0; i < stamps.size(); ++i) sensor.handleProxDataInterrupt();
+    }
+    PlainFileHub hub;
+    TestableSensor sensor;
+    test::ScopedLogCapture capture;
+};
+
+TEST_F(VeltohubRecoveryTest, AClockThatStepsBackRestartsTheListenersOnTheNewClock) {
+    ClockListener l;
+    sensor.addProxDataListener(&l, 0);  // horizon: the hub clock, 5 s
+    sensor.setStreaming(true);
+    feed({6000000000, 6031250000, 6031250000, 6000000000});  // a repeat and a late packet: no step
+    EXPECT_TRUE(l.steps.empty());
+    EXPECT_EQ(4u, l.stamps.size());
+
+    // A reset: the clock restarts near zero, below the listener's horizon.
+    feed({1000000, 32250000, 63500000});
+    ASSERT_EQ(1u, l.steps.size());
+    EXPECT_EQ(std::make_pair(6031250000LL, 1000000LL), l.steps[0]);
+    // The first sample of the new clock is judged by the old horizon; the
+    // next ones reach the listener, and the history holds the new clock only.
+    EXPECT_EQ(std::vector<int64_t>({6000000000, 6031250000, 6031250000, 6000000000, 32250000, 63500000}), l.stamps);
+    EXPECT_EQ(3u, sensor.mHistoryBuffer.size());
+    EXPECT_EQ(1, LogCapture::count("Hub clock went back from 6031250000 ns to 1000000 ns"));
+    EXPECT_TRUE(LogCapture::contains("repeats or precedes"));
+    sensor.removeProxDataListener(&l);
+}
+
+TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffAndQuietlyUntilItReadsAgain) {
+    const std::string device = test::underRoot("/dev/veltohub");
+    unlink(device.c_str());
+    mkdir(device.c_str(), 0700);  // every read fails (EISDIR)
+    ClockListener l;
+    sensor.addProxDataListener(&l, 0);
+    sensor.setStreaming(true);
+    sensor.executeFlushFifo();
+    for (int i = 0; i < 200; ++i) sensor.handleProxDataInterrupt();
+    // Each failed read still passes a zero sample on, but the device is out
+    // of the poll set until its retry, and the warning came once.
+    EXPECT_EQ(0, sensor.mHistoryBuffer.getAtDelay(0).mTimestampNanos);
+    EXPECT_TRUE(l.stamps.empty());  // below every horizon
+    EXPECT_EQ(-1, sensor.mPollFds[0].fd);
+    EXPECT_GE(sensor.mDeviceRetryAtMs, 0);
+    EXPECT_EQ(1u, LogCapture::count("Failed to read a full packet of data!"));
+    EXPECT_EQ(1u, LogCapture::count("reading it again with back-off"));
+
+    rmdir(device.c_str());
+    test::writeFile(device, PlainFileHub::packet(7000000000, 900));
+    sensor.retryDataDevice(android::uptimeMillis() + 2000);  // late enough to reopen
+    EXPECT_GE(sensor.mPollFds[0].fd, 0);
+    sensor.handleProxDataInterrupt();
+    EXPECT_EQ(7000000000, l.stamps.back());
+    EXPECT_TRUE(LogCapture::contains("The data device reads again after 200 failed reads"));
+    sensor.removeProxDataListener(&l);
+}
+
+TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
+    ASSERT_TRUE(sensor.setDonThreshold(612));
+    sensor.openPipes();
+    sensor.setPauseInternal(false);
+    sensor.startStreamingData();
+    feed({9000000000});
+    // The hub resets: defaults everywhere, its clock near zero.
+    for (const char* node : {"pause", "current_timestamp"}) PlainFileHub::set(node, "1");
+    PlainFileHub::set("passthru_enable", "0");
+    PlainFileHub::set("don_threshold", "450");
+    sensor.checkHubState(android::uptimeMillis());
+    EXPECT_EQ("0", PlainFileHub::get("pause"));
+    EXPECT_EQ("1", PlainFileHub::get("passthru_enable"));
+    EXPECT_EQ("612", PlainFileHub::get("don_threshold"));
+    EXPECT_TRUE(LogCapture::contains("Hub lost its settings (hub reset?; clock at 1 ns, was 9000000000 ns): "
+                                     "don_threshold=612 written, pause=0 written, passthru_enable=1 written."));
+
+    // A hub as it should be is left alone, and says nothing.
+    LogCapture::clear();
+    sensor.checkHubState(android::uptimeMillis() + 5000);
+    EXPECT_TRUE(LogCapture::lines().empty());
+}
+
+TEST_F(VeltohubRecoveryTest, StartFailsCleanlyWhenTheControlPipeIsNotAFifo) {
+    test::writeFile(test::underRoot(VeltohubProximitySensor::kControlPipePath), "");
+    EXPECT_FALSE(sensor.start());
+    EXPECT_FALSE(sensor.isStarted());
+    EXPECT_TRUE(LogCapture::contains("is not a FIFO; not used."));
+    EXPECT_TRUE(LogCapture::contains("No control pipe: the sensor's event thread is not started."));
+    sensor.stop();  // returns: there is no thread to wait for
+}
+
+}  // namespace
+}  // namespace velto

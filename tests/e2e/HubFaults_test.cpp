@@ -1,0 +1,156 @@
+// The service under the faults a real hub produces, one fault per process:
+// the double-blink detector runs, a double blink is seen, the fault strikes,
+// and a double blink made 4 s of hub time after it must be seen too. Each row
+// also checks that the service still runs, that the log says what happened,
+// and that no wake lock stays held once the detector is stopped.
+//
+// Times are hub times at a modest --speed; every wait is a generous deadline
+// on a condition, so a loaded machine makes a row slower, not red.
+#include <fcntl.h>
+
+#include <mutex>
+
+#include "service/GazeService.h"
+#include "tests/e2e/E2eSupport.h"
+#include "tests/harness/LogCapture.h"
+
+namespace velto {
+namespace {
+
+using e2e::value;
+using e2e::waitFor;
+using test::LogCapture;
+typedef GazeServiceInterface G;
+
+const double kSpeed = 2;
+const char kStill[] = "spontaneous off\nwearer baseline 1200\nwearer noise 0\nwearer drift 0\n"
+                      "wearer spikes-per-hour 0\nwearer sample-loss-per-hour 0\n";
+
+struct Client : public G::GazeListenerInterface {
+    std::mutex lock;
+    int doubleBlinks = 0;
+    void onEyeGesture(G::EyeGesture gesture, int64_t, int64_t) override {
+        std::lock_guard<std::mutex> l(lock);
+        if (gesture == G::DOUBLE_BLINK) ++doubleBlinks;
+    }
+    int count() {
+        std::lock_guard<std::mutex> l(lock);
+        return doubleBlinks;
+    }
+};
+
+struct Fault {
+    const char* name;
+    const char* command;  // simulator command; none for the control pipe
+    const char* logged;   // what the log must say about it
+    // Makes the library meet an attribute fault: the detector is stopped and
+    // started again, which writes passthru_enable and pause.
+    bool restartDetector;
+    bool beforeStart;  // the fault is in place when the service starts
+};
+
+const Fault kFaults[] = {
+        {"HubReset", "fault reset", "hub reset?", false, false},
+        {"ClockStepsBack", "fault jump -10s", "Hub clock went back from", false, false},
+        {"ClockStepsForward", "fault jump 30s", "time stamps jumped", false, false},
+        {"DataDeviceErrorBurst", "fault eio veltohub 150", "The data device reads again after", false, false},
+        {"PassthroughWriteFails", "fault eio passthru_enable 2", "streaming resumed", true, false},
+        {"PauseWriteFails", "fault eio pause 3", "Error setting pause state", true, false},
+        {"ControlPipeIsAFile", nullptr, "is not a FIFO", false, true},
+        {"FifoOverflow", "fault late 3s", "time stamps jumped", false, false},
+        {"DuplicatePackets", "fault duplicate 20", "repeats or precedes", false, false},
+        {"PartialPackets", "fault partial 5", "Dropped a partial packet", false, false},
+        {"DonDoffInterruptStorm", "fault storm don_doff 500 1s", "Handle DON_DOFF interrupt!", false, false},
+        {"WinkInterruptStorm", "fault storm wink 500 1s", "Handle LOW_POWER_WINK interrupt!", false, false},
+};
+
+void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
+
+class HubFault : public ::testing::TestWithParam<Fault> {};
+
+void hubSleep(double seconds) { usleep(static_cast<useconds_t>(seconds / kSpeed * 1e6)); }
+
+bool ok(hubsim::HubSimProcess& sim, const std::string& command) {
+    return waitFor([&] { return sim.command(command).compare(0, 2, "OK") == 0; }, 5000);
+}
+
+long delivered(hubsim::HubSimProcess& sim) {
+    const std::string stats = sim.command("stats");
+    const size_t at = stats.find("delivered=");
+    return at == std::string::npos ? -1 : std::stol(stats.substr(at + 10));
+}
+
+// On a loaded machine the library may take longer than the hub's clock to put
+// things right; a gesture made meanwhile would test the machine, not the
+// library. So the blink waits until the hub streams again and the library has
+// read a second and a half of samples (at once when nothing lags).
+bool streamingAgain(hubsim::HubSimProcess& sim) {
+    if (!waitFor([&] { return value(sim.command("get passthru_enable")) == "1" &&
+                              value(sim.command("get pause")) == "0"; }, 20000)) {
+        return false;
+    }
+    const long start = delivered(sim);
+    return waitFor([&] { return delivered(sim) >= start + 48; }, 20000);
+}
+
+// A double blink, and whether the client heard it within a generous deadline.
+bool doubleBlinkSeen(hubsim::HubSimProcess& sim, Client& client) {
+    const int before = client.count();
+    if (!ok(sim, "double-blink 600ms 150")) return false;
+    return waitFor([&] { return client.count() > before; }, 15000);
+}
+
+TEST_P(HubFault, TheServiceFindsItsWayBack) {
+    const Fault& fault = GetParam();
+    hubsim::HubSimProcess sim;
+    hubsim::HubSimProcess::Options options = e2e::scenario(kStill, kSpeed);
+    options.extraArgs = {"--gaze-etc", VELTO_E2E_DETECTORS};
+    e2e::startHub(&sim, options);
+    setenv("VELTOGAZE_SERIAL", "G0123", 1);
+    GazeService* service = GazeService::getInstance();
+    android::sp<Client> client = new Client();
+    service->setGazeListener(client);
+
+    const std::string pipe = sim.root() + "/data/system/gaze/gaze_service_control_pipe";
+    if (fault.beforeStart) {
+        close(open(pipe.c_str(), O_CREAT | O_WRONLY, 0600));  // a regular file where the FIFO goes
+        EXPECT_FALSE(service->start());
+        EXPECT_TRUE(LogCapture::contains(fault.logged)) << LogCapture::dump();
+        unlink(pipe.c_str());  // the fault clears; the next start tries again
+    }
+    ASSERT_TRUE(service->start());
+    ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, false, -1));
+    hubSleep(1.5);
+    ASSERT_TRUE(doubleBlinkSeen(sim, *client)) << "before the fault\n" << LogCapture::dump();
+    hubSleep(1.0);
+
+    if (fault.command != nullptr) {
+        ASSERT_TRUE(ok(sim, fault.command));
+    }
+    if (fault.restartDetector) {
+        ASSERT_TRUE(service->stopGestureDetector(G::DOUBLE_BLINK));
+        ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, false, -1));
+    }
+    hubSleep(4.0);
+    EXPECT_TRUE(streamingAgain(sim)) << LogCapture::dump();
+    EXPECT_TRUE(doubleBlinkSeen(sim, *client)) << "after the fault\n" << LogCapture::dump();
+
+    EXPECT_TRUE(service->isRunning());
+    EXPECT_TRUE(service->isGestureDetectorRunning(G::DOUBLE_BLINK));
+    android::String8 dump;
+    service->dump(dump);
+    EXPECT_NE(std::string::npos, std::string(dump.string()).find("Proximity sensor thread status: running"));
+    EXPECT_TRUE(waitFor([&] { return LogCapture::contains(fault.logged); })) << LogCapture::dump();
+
+    // Idle: the hub paused, not streaming, and no wake lock held.
+    ASSERT_TRUE(service->stopGestureDetector(G::DOUBLE_BLINK));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
+    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
+    EXPECT_TRUE(waitFor([&] { return sim.command("wakelocks") == "OK"; })) << sim.command("wakelocks");
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, HubFault, ::testing::ValuesIn(kFaults),
+                         [](const ::testing::TestParamInfo<Fault>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velto
