@@ -158,13 +158,16 @@ TEST(VeltohubEventThread, ListenersChangingFromCallbacksAndClientsNeverDeadlock)
         chain[i].next = i + 1 < kChain ? &chain[i + 1] : nullptr;
     }
     Counter steady;
+    // A removed listener may still get the sample being dispatched, so the
+    // clients' listeners live as long as the sensor's thread.
+    Counter clientListeners[3];
     auto run = std::async(std::launch::async, [&] {
         sensor.addProxDataListener(&steady, 0);
         sensor.addProxDataListener(&chain[0], 0);
         std::vector<std::thread> clients;
         for (int c = 0; c < 3; ++c) {
-            clients.emplace_back([&sensor] {
-                Counter mine;
+            clients.emplace_back([&sensor, &clientListeners, c] {
+                Counter& mine = clientListeners[c];
                 for (int i = 0; i < 300; ++i) {
                     sensor.addProxDataListener(&mine, i % 3 == 0 ? 100 : 0);
                     sensor.removeProxDataListener(&mine);

@@ -152,8 +152,12 @@ void VeltohubProximitySensor::stop() {
     tearDownExecutionControlPipe();
     closeDataFile();
     destroyControlPipe();
-    // Nobody reads the device any more: the hub stops streaming and pauses.
-    if (mWantStreaming || android_atomic_acquire_load(&mStreaming) != 0) stopStreamingData();
+    // Nobody reads the device any more: the hub stops streaming and pauses,
+    // and the data wake lock (a named lock, which outlives the process) goes.
+    if (mWantStreaming || android_atomic_acquire_load(&mStreaming) != 0) {
+        stopStreamingData();
+        release_wake_lock(kDataWakeLockName);
+    }
     setPauseInternal(true);
 }
 

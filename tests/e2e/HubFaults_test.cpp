@@ -7,6 +7,7 @@
 // Times are hub times at a modest --speed; every wait is a generous deadline
 // on a condition, so a loaded machine makes a row slower, not red.
 #include <fcntl.h>
+#include <sys/wait.h>
 
 #include <mutex>
 
@@ -147,6 +148,33 @@ TEST_P(HubFault, TheServiceFindsItsWayBack) {
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
     EXPECT_TRUE(waitFor([&] { return sim.command("wakelocks") == "OK"; })) << sim.command("wakelocks");
+}
+
+// The process ends (exit, not a crash) while the service streams: the sensor
+// stops its thread before the statics it uses go away (the sanitizer builds
+// would report otherwise) and leaves the hub paused and not streaming.
+TEST(HubAtExit, AProcessEndingWithTheServiceRunningLeavesTheHubPaused) {
+    hubsim::HubSimProcess sim;
+    hubsim::HubSimProcess::Options options = e2e::scenario(kStill, kSpeed);
+    options.extraArgs = {"--gaze-etc", VELTO_E2E_DETECTORS};
+    e2e::startHub(&sim, options);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv("VELTOGAZE_SERIAL", "G0123", 1);
+        GazeService* service = GazeService::getInstance();
+        const bool started = service->start() && service->startGestureDetector(G::DOUBLE_BLINK, false, -1) &&
+                             service->startLogging();
+        usleep(500000);
+        exit(started ? 0 : 3);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ("1", value(sim.command("get pause")));
+    EXPECT_EQ("0", value(sim.command("get passthru_enable")));
+    EXPECT_EQ("OK", sim.command("wakelocks"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, HubFault, ::testing::ValuesIn(kFaults),
