@@ -112,6 +112,13 @@ TEST(DonDoffCalibrator, NeedsSeparatedLevelsAndAnIdleHubDetector) {
     deliver(&sensor, repeat(2000, 4));  // a cluster of 4 is too small
     EXPECT_FALSE(calibrator->updateAndSaveCalibration());
     EXPECT_TRUE(test::LogCapture::contains("Cluster sizes are: 40 and 4.  Minimum expected size is: 5"));
+
+    // Levels exactly the minimum apart are far enough.
+    calibrator->endCalibrationInterval();
+    ASSERT_TRUE(calibrator->beginCalibrationInterval());
+    deliver(&sensor, repeat(300, 22));
+    deliver(&sensor, repeat(400, 10));
+    EXPECT_TRUE(calibrator->updateAndSaveCalibration());
 }
 
 TEST(DonDoffCalibrator, AFailedSaveKeepsTheFileAndTheHubThresholds) {

@@ -63,6 +63,13 @@ TEST(LookAtScreenCalibrator, WritesTheScaledCentreDistance) {
                                            "success: 10.000000",
                                            ANDROID_LOG_ERROR, "GazeService::LookAtScreenCalibrator"));
     EXPECT_EQ("24.000000\n", test::readFile(test::underRoot(kParams)));
+    // Exactly the minimum apart is enough.
+    calibrator->endCalibrationInterval();
+    ASSERT_TRUE(calibrator->beginCalibrationInterval());
+    for (int i = 0; i < 20; ++i) sensor.deliverSample(100, i);
+    for (int i = 0; i < 20; ++i) sensor.deliverSample(110, i);
+    EXPECT_TRUE(calibrator->updateAndSaveCalibration());
+    EXPECT_EQ("8.000000\n", test::readFile(test::underRoot(kParams)));
 }
 
 TEST(LookAtScreenCalibrator, NeedsEnoughSamplesAndClosesAfterOneMinute) {

@@ -85,6 +85,8 @@ TEST(MCUParams, LoadAppliesDefaultsTruncationAndTheOldVersionUpgrade) {
     EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
     EXPECT_TRUE(test::LogCapture::contains("The unscaled wink magnitude (0) must not be smaller than the down-scaled one (1024). Overflow?"));
 
+    ASSERT_TRUE(writeParams("VERSION = 2.0\nGAIN = 2\nWINK_MAX = 10\nWINK_MIN = 1024\n"));  // the minimum wraps
+    EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
     ASSERT_TRUE(writeParams("VERSION = 2.0\nGAIN = 0\nWINK_MAX = 10\n"));  // no factor to undo
     EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
 }

@@ -246,6 +246,8 @@ TEST(CascadeClassifier, RejectsMalformedFilesWithOneReason) {
     };
     const std::vector<Case> cases = {
             {"1 30 8.0\n1 0.0\n0 4 3 2 0 0 0.6 -0.25\n", "Bad weak classifier sign 0."},
+            {"1 30 8.0\n1 0.0\n0 4 3 2 0 2 1.0 0\n", "Bad weak classifier sign 2."},
+            {"1 30 8.0\n1 0.0\n0 4 3 2 0 -2 1.0 0\n", "Bad weak classifier sign -2."},
             {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 0.6\n", "Bad line format 0 4 3 2 0 1 0.6"},
             {"1 30 8.0\n1 0.0\n0 4 3 2 0 1 1.00002 0\n", "hasn't been normalized. alpha_sum=1.0000200272"},
             {"1 30 8.0\n1 1.00002\n0 4 3 2 0 1 0.5 0\n", "hasn't been normalized"},

@@ -38,19 +38,21 @@ TEST(WinkCalibration, ReportsOneAveragedWinkAfterTheDetectionsSettle) {
     a->fireAt(3, 400.0f, 400.0f);
     a->fireAt(4, 400.0f, 400.0f);
     b->fireAt(4, 500.0f, 500.0f);
+    a->fireAt(18, 400.0f, 400.0f);  // settles 1.4 s after the first: within the minimum interval
     ASSERT_TRUE(d.startCalibrationInterval());
     EXPECT_TRUE(d.needMoreCalibrationEyeGestures());
     std::vector<int> answers;
-    for (int call = 0; call < 16; ++call) answers.push_back(sampleAt(&d, call));
-    std::vector<int> expected(16, -1);
+    for (int call = 0; call < 30; ++call) answers.push_back(sampleAt(&d, call));
+    std::vector<int> expected(30, -1);
     expected[9] = GazeServiceInterface::WINK;  // 6 samples after the first firing, 5 after the last
     EXPECT_EQ(expected, answers);
     ASSERT_EQ(1u, d.getCalibrationWinks().size());
+    EXPECT_FALSE(d.isCalibrated());
     EXPECT_EQ(450.0f, d.getCalibrationWinks()[0].magnitude);  // both detectors of the latest firing
     EXPECT_EQ(450.0f, d.getCalibrationWinks()[0].duration);
     EXPECT_EQ(1, d.getNumCalibrationWinksFromDetector(0));
     EXPECT_EQ(1, d.getNumCalibrationWinksFromDetector(1));
-    EXPECT_EQ(16, d.getNumCalibrationSamples());
+    EXPECT_EQ(30, d.getNumCalibrationSamples());
     ASSERT_TRUE(d.endCalibrationInterval());
     EXPECT_FALSE(d.endCalibrationInterval());
 }
@@ -88,6 +90,14 @@ TEST(WinkCalibration, OutliersAreRemovedAndTwoConsistentWinksCalibrate) {
     EXPECT_EQ(710.0f, d.getAcceptableMagnitudeRange().max);
     EXPECT_EQ(310.0f, d.getAcceptableDurationRangeMs().min);
     EXPECT_EQ(650.0f, d.getAcceptableDurationRangeMs().max);
+    d.endCalibrationInterval();
+
+    // A ratio of exactly 0.8 and a difference of exactly 100 still belong together.
+    ASSERT_TRUE(d.startCalibrationInterval());
+    d.updateCalibrationOnWink(wink(400.0f, 400.0f));
+    d.updateCalibrationOnWink(wink(500.0f, 400.0f));
+    EXPECT_EQ(2u, d.getCalibrationWinks().size());
+    EXPECT_TRUE(d.isCalibrated());
 }
 
 TEST(WinkCalibration, AcceptableRangesAndTheHighPowerFile) {
@@ -128,15 +138,15 @@ TEST(WinkCalibration, ChoosesTheDetectorThatCaughtMostWinksAndFitsTheirDuration)
     CalibratedMultiDurationWinkDetector d(&sensor);
     // Detector 0 catches everything but was trained for short winks; 1 does not
     // cover the wearer's durations; 2 and 3 both do, 3 more closely; 4 misses
-    // a wink.
-    const float ranges[][2] = {{100, 250}, {250, 450}, {300, 600}, {280, 560}, {300, 560}};
+    // a wink; 5 ties with 3 and so does not replace it.
+    const float ranges[][2] = {{100, 250}, {250, 450}, {300, 600}, {280, 560}, {300, 560}, {280, 560}};
     std::vector<test::ScriptedBoostingDetector*> script;
     for (const auto& r : ranges) {
         script.push_back(new test::ScriptedBoostingDetector());
         d.addDetector(script.back(), Interval<float>(r[0], r[1]));
         script.back()->fireAt(40, 450.0f, 420.0f);
     }
-    for (int i = 0; i < 4; ++i) script[i]->fireAt(10, 400.0f, 400.0f);
+    for (int i : {0, 1, 2, 3, 5}) script[i]->fireAt(10, 400.0f, 400.0f);
     ASSERT_TRUE(d.startCalibrationInterval());
     for (int call = 0; call < 50; ++call) sampleAt(&d, call);
     ASSERT_TRUE(d.isCalibrated());
@@ -149,6 +159,7 @@ TEST(WinkCalibration, ChoosesTheDetectorThatCaughtMostWinksAndFitsTheirDuration)
     EXPECT_TRUE(test::LogCapture::contains("Better candidate. index=2"));
     EXPECT_TRUE(test::LogCapture::contains("Better candidate. index=3"));
     EXPECT_FALSE(test::LogCapture::contains("Better candidate. index=4"));
+    EXPECT_FALSE(test::LogCapture::contains("Better candidate. index=5"));
 
     EXPECT_FLOAT_EQ(0.5f, CalibratedMultiDurationWinkDetector::computeOverlapRatio(Interval<float>(0, 10),
                                                                                    Interval<float>(5, 15)));

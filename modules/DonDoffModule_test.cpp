@@ -1,6 +1,8 @@
 #include "modules/DonDoffModule.h"
 
 #include <gtest/gtest.h>
+#include <string.h>
+#include <unistd.h>
 
 #include "modules/ModuleTestSupport.h"
 #include "tests/harness/LogCapture.h"
@@ -39,6 +41,17 @@ TEST(DonDoffModule, ForwardsTheHubsVerdictsAndRegistersOnce) {
     EXPECT_TRUE(LogCapture::contains("MCU Raw FIFO: 12 7 "));
     const std::string dump = module.dump().string();
     EXPECT_EQ(0u, dump.find("Elapsed don time (secs): 0\nLast don event (secs): 0\nLast doff event (secs): 0\n")) << dump;
+    // While worn, the running period is added to the worn total (both in ms).
+    sensor.deliverDonDoff(true);
+    usleep(60000);
+    sensor.deliverDonDoff(false);
+    usleep(5000);  // a later millisecond: worn again
+    sensor.deliverDonDoff(true);
+    usleep(60000);
+    const std::string worn = module.dump().string();
+    const unsigned long long wornMs = strtoull(worn.c_str() + strlen("Elapsed don time (secs): "), nullptr, 10);
+    EXPECT_GE(wornMs, 120u) << worn;
+    EXPECT_LT(wornMs, 60000u) << worn;
 
     EXPECT_EQ(OK, module.stop());
     EXPECT_EQ(0u, sensor.numDonDoffListeners());

@@ -54,6 +54,12 @@ TEST_F(LookAtScreenModuleTest, RefusesToStartUntilTheThresholdIsLoaded) {
     EXPECT_FALSE(module.hasValidCalibration());
     const std::string dump = module.dump().string();
     EXPECT_EQ(0u, dump.find(" isDetectorRunningNow: false\n thresh: 24.000000\n\nLookAtScreenDetector:\n")) << dump;
+
+    // Without its detector a threshold has nothing to apply to.
+    LookAtScreenModule blind(&sensor, kParams, "/system/etc/gaze/absent_set.txt");
+    blind.serviceReady();
+    EXPECT_EQ(FAILED, blind.loadCalibration());
+    EXPECT_FALSE(blind.hasValidCalibration());
 }
 
 TEST_F(LookAtScreenModuleTest, ThresholdsThatMakeNoSenseAreRefusedAndTheOneInForceStays) {
@@ -114,6 +120,48 @@ TEST_F(LookAtScreenModuleTest, AFailedSaveRemovesTheParameterFile) {
     EXPECT_EQ(FAILED, module.saveCalibration());
     EXPECT_TRUE(LogCapture::contains("Successfully deleted calibration file."));
     EXPECT_NE(0, access(test::underRoot(kParams).c_str(), F_OK));
+}
+
+struct Looks : public GazeServiceInterface::GazeListenerInterface {
+    int count = 0;
+    void onEyeGesture(GazeServiceInterface::EyeGesture g, int64_t, int64_t) override {
+        count += g == GazeServiceInterface::LOOK_AT_SCREEN ? 1 : 0;
+    }
+};
+
+TEST_F(LookAtScreenModuleTest, OneShotStopsAtTheFirstLookAndAStopEndsTheCalibration) {
+    // The later half of the window above the earlier half: a look up.
+    test::writeFile(test::underRoot("/system/etc/gaze/las_test_cascade.txt"), "1 16 8.0 1\n1 0.0\n0 0 6 4 0 -1 1.0 -0.5\n");
+    test::writeFile(test::underRoot(kParams), "24.0\n");
+    module.serviceReady();
+    android::sp<Looks> looks = new Looks();
+    GazeService::getInstance()->setGazeListener(looks);
+    auto lookTwice = [this] {
+        for (int look = 0; look < 2; ++look) {
+            for (int i = 0; i < 40; ++i) sensor.deliverSample(700, t += 31250000);
+            for (int i = 0; i < 40; ++i) sensor.deliverSample(1000, t += 31250000);
+        }
+    };
+    ASSERT_EQ(OK, module.start(false, -1));
+    lookTwice();
+    EXPECT_EQ(2, looks->count);
+    ASSERT_EQ(OK, module.stop());
+
+    looks->count = 0;
+    ASSERT_EQ(OK, module.start(true, -1));
+    lookTwice();
+    EXPECT_EQ(1, looks->count);
+    EXPECT_FALSE(module.isRunning());
+    EXPECT_EQ(0u, sensor.numDataListeners());
+    GazeService::getInstance()->setGazeListener(nullptr);
+
+    // A calibration opened before the start ends with the module's stop.
+    ASSERT_EQ(OK, module.beginCalibrationInterval());
+    ASSERT_EQ(OK, module.start());
+    EXPECT_EQ(2u, sensor.numDataListeners());
+    ASSERT_EQ(OK, module.stop());
+    EXPECT_EQ(0u, sensor.numDataListeners());
+    EXPECT_EQ(FAILED, module.endCalibrationInterval());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // Test doubles for the gesture modules: scripted detectors and a service that
 // records the events it is asked to send.
 #include <set>
+#include <string>
 #include <vector>
 
 #include "detectors/CalibratedEyeGestureDetectorInterface.h"
@@ -35,8 +36,18 @@ public:
     }
     android::String8 getVersionString() const override { return android::String8("scripted"); }
     android::String8 getDebugString() const override { return android::String8("scripted detector"); }
-    bool applyAndSaveCalibration(const char*) override { return applyResult; }
-    bool loadCalibration(const char*) override { return calibrated; }
+    bool applyAndSaveCalibration(const char*) override {
+        if (applyResult) saved = true;
+        return applyResult;
+    }
+    // A saved calibration, as a detector would find it in its file.
+    bool saved = false;
+    std::vector<std::string> loadedFrom;
+    bool loadCalibration(const char* file) override {
+        loadedFrom.push_back(file);
+        if (saved) calibrated = true;
+        return saved;
+    }
     bool isCalibrated() const override { return calibrated; }
     bool isCalibrationOn() const override { return calibrationOn; }
     bool startCalibrationInterval() override { return calibrationOn = true; }

@@ -50,6 +50,7 @@ TEST_F(WinkModuleTest, ALowPowerWinkIsValidatedForFiftyTwoSamples) {
     feed(1);
     EXPECT_EQ(1u, highPowerExits());
     EXPECT_EQ(0u, sensor.numDataListeners());
+    feed(1);  // the budget is spent: no longer classified
     EXPECT_EQ(52u, detector.seen.size());
     const std::string dump = module.dump().string();
     EXPECT_NE(std::string::npos, dump.find("Number of LP events: 1\n"));
@@ -91,6 +92,9 @@ TEST_F(WinkModuleTest, ConfirmedWinksAreReportedAndOneShotStops) {
 }
 
 TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
+    module.serviceReady();  // nothing saved yet
+    EXPECT_TRUE(LogCapture::contains("ERROR: loading calibration! ", ANDROID_LOG_ERROR));
+    EXPECT_FALSE(module.canStart());
     ASSERT_EQ(OK, module.start());
     sensor.deliverLowPowerWink();
     feed(3);
@@ -118,6 +122,15 @@ TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
     EXPECT_EQ(OK, module.loadCalibration());
     EXPECT_EQ(OK, module.clearCalibration());
     EXPECT_FALSE(module.canStart());
+
+    // After a restart the saved calibration is in force.
+    test::ScriptedDetector restarted(G::WINK);
+    restarted.saved = true;
+    WinkModule again(&sensor, &restarted, service.get(), "/data/system/gaze/wink_test.txt");
+    again.serviceReady();
+    EXPECT_TRUE(again.canStart());
+    EXPECT_EQ(std::vector<std::string>({"/data/system/gaze/wink_test.txt"}), restarted.loadedFrom);
+    EXPECT_TRUE(LogCapture::contains("... done loading calibration."));
 }
 
 }  // namespace

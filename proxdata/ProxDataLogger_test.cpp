@@ -35,11 +35,13 @@ TEST(ProxDataLogger, WritesCommentsAndSampleLines) {
 }
 
 TEST(ProxDataLogger, GeneratedNameUsesDeviceIdAndEpochNanos) {
+    test::ScopedLogCapture capture;
     ProxDataLogger logger;
     ASSERT_TRUE(logger.open());
     const std::string path = logger.getOpenPath().string();
     ASSERT_TRUE(logger.close());
     const std::string name = path.substr(path.rfind('/') + 1);
+    EXPECT_TRUE(test::LogCapture::contains("Got empty log filename, so creating one: " + name));
     // "prox_data_<device id>_<epoch ns>.txt"; without a serial the ID is "unknown".
     ASSERT_EQ(0u, name.find("prox_data_unknown_")) << name;
     ASSERT_EQ(".txt", name.substr(name.size() - 4));

@@ -115,6 +115,18 @@ bool waitFor(const std::atomic<int>& count, int atLeast, int ms) {
     return count.load() >= atLeast;
 }
 
+TEST(VeltohubEventThread, StartPreparesTheHubAndStopPausesIt) {
+    PlainFileHub hub;
+    PlainFileHub::set("pause", "0");
+    VeltohubProximitySensor sensor;
+    ASSERT_TRUE(sensor.start());
+    EXPECT_EQ("5", PlainFileHub::get("activity_threshold"));
+    EXPECT_EQ("1", PlainFileHub::get("pause"));
+    PlainFileHub::set("pause", "0");  // as a listener would have left it
+    sensor.stop();
+    EXPECT_EQ("1", PlainFileHub::get("pause"));
+}
+
 TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {
     PlainFileHub hub;
     QuietFifo device;

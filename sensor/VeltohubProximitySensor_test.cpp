@@ -181,7 +181,8 @@ TEST_F(VeltohubSensorTest, UserPauseOverridesTheListenerCount) {
     sensor.setPause(false);  // a listener is registered: unpause
     EXPECT_EQ(TRI_STATE_FALSE, sensor.isPaused());
     EXPECT_EQ("PauseCommand(false);", sensor.queuedCommands());
-    sensor.processAllCommands();
+    EXPECT_EQ(1, sensor.processAllCommands());
+    EXPECT_EQ(0, sensor.processAllCommands());
     EXPECT_EQ("0", PlainFileHub::get("pause"));
 
     // The hub not taking the pause is reported.
@@ -214,8 +215,23 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
     ASSERT_TRUE(sensor.getMCUParams(&back));
     EXPECT_EQ(1, back.gain);
     EXPECT_EQ(1007, back.donThreshold);
-    PlainFileHub::set("detector_gain", "-1");
-    EXPECT_FALSE(sensor.getMCUParams(&back));
+    // A failed read leaves the caller's record as it was; a null value
+    // removes the attribute.
+    const std::pair<const char*, const char*> broken[] = {{"detector_gain", "-1"}, {"doff_threshold", "0"}, {"wink_max", nullptr}};
+    for (const auto& b : broken) {
+        const std::string before = PlainFileHub::get(b.first);
+        if (b.second != nullptr) PlainFileHub::set(b.first, b.second);
+        else unlink(PlainFileHub::attr(b.first).c_str());
+        MCUParams untouched;
+        untouched.donThreshold = 1;
+        untouched.gain = 7;
+        untouched.winkMin = 3;
+        EXPECT_FALSE(sensor.getMCUParams(&untouched)) << b.first;
+        EXPECT_EQ(1, untouched.donThreshold) << b.first;
+        EXPECT_EQ(7, untouched.gain) << b.first;
+        EXPECT_EQ(3, untouched.winkMin) << b.first;
+        PlainFileHub::set(b.first, before);
+    }
 
     // The debug FIFO stops at the word marked last.
     PlainFileHub::set("mcu_debug16", std::to_string(32768 + 7));
@@ -230,6 +246,64 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
               sensor.getVersionString());
     PlainFileHub::set("mcu_debug16", "0");
     EXPECT_EQ(android::String8(""), sensor.getRawFifoDataString(android::String8(" ")));
+}
+
+struct WinkCounter : public ProximitySensorInterface::LowPowerWinkListener {
+    int winks = 0;
+    void onLowPowerWink() override { ++winks; }
+};
+
+size_t occurrences(const std::string& text, const std::string& word) {
+    size_t n = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++n;
+    return n;
+}
+
+TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
+    sensor.openPipes();
+    ASSERT_TRUE(sensor.setupPollingStructs());
+    WinkCounter listener;
+    sensor.addLowPowerWinkListener(&listener);
+
+    // Every turn takes the event wake lock once and lets it go once.
+    const std::string lockName = VeltohubProximitySensor::kEventWakeLockName;
+    for (int turn = 1; turn <= 3; ++turn) {
+        sensor.flush();
+        ASSERT_TRUE(sensor.executeEventLoopOnceBlocking());
+        EXPECT_EQ(static_cast<size_t>(turn), occurrences(test::readFile(test::underRoot("/sys/power/wake_lock")), lockName));
+        EXPECT_EQ(static_cast<size_t>(turn), occurrences(test::readFile(test::underRoot("/sys/power/wake_unlock")), lockName));
+    }
+
+    // The wink attribute tells a real wink ("1") from a re-arming read ("0").
+    sensor.handleLowPowerWinkInterrupt();
+    EXPECT_EQ(0, listener.winks);
+    PlainFileHub::set("wink", "1\n");
+    sensor.handleLowPowerWinkInterrupt();
+    EXPECT_EQ(1, listener.winks);
+    sensor.removeLowPowerWinkListener(&listener);
+
+    // A ready device while not streaming is not read; the warning comes once
+    // in any 1000 such wake-ups.
+    for (int i = 0; i < 1000; ++i) sensor.handleProxDataInterrupt();
+    EXPECT_EQ(1u, LogCapture::count("Read would block since not in passthrough!", ANDROID_LOG_WARN));
+    EXPECT_EQ(0u, sensor.mHistoryBuffer.size());
+
+    sensor.startStreamingData();
+    EXPECT_TRUE(sensor.isStreamingData());
+    EXPECT_EQ("1", PlainFileHub::get("passthru_enable"));
+    sensor.stopStreamingData();
+    EXPECT_FALSE(sensor.isStreamingData());
+    EXPECT_TRUE(sensor.isLowPowerMode());
+    EXPECT_EQ("0", PlainFileHub::get("passthru_enable"));
+    // A hub that cannot be told: streaming never starts, and a stop still
+    // stops the reads.
+    unlink(PlainFileHub::attr("passthru_enable").c_str());
+    test::makeDirs(PlainFileHub::attr("passthru_enable"));
+    sensor.startStreamingData();
+    EXPECT_FALSE(sensor.isStreamingData());
+    sensor.setStreaming(true);
+    sensor.stopStreamingData();
+    EXPECT_FALSE(sensor.isStreamingData());
 }
 
 TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {

@@ -31,7 +31,12 @@ public:
     using VeltohubProximitySensor::dispatchProxData;
     using VeltohubProximitySensor::executeFlushFifo;
     using VeltohubProximitySensor::handleControlCommand;
+    using VeltohubProximitySensor::executeEventLoopOnceBlocking;
+    using VeltohubProximitySensor::handleLowPowerWinkInterrupt;
     using VeltohubProximitySensor::handleProxDataInterrupt;
+    using VeltohubProximitySensor::setupPollingStructs;
+    using VeltohubProximitySensor::startStreamingData;
+    using VeltohubProximitySensor::stopStreamingData;
     using VeltohubProximitySensor::invokeListenerWithHistoricalPackets;
     using VeltohubProximitySensor::openDataFile;
     using VeltohubProximitySensor::processAllCommands;

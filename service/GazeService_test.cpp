@@ -89,8 +89,12 @@ TEST(GazeService, MasterEnableGatesStartAndPausesTheSensor) {
     service->setMasterEnable(true);
     EXPECT_EQ(std::vector<bool>({true, false}), sensor.pauseCalls());
     EXPECT_TRUE(service->start());
-    EXPECT_TRUE(service->start());
     EXPECT_TRUE(service->isRunning());
+    const android::String8 donModule = service->getModuleNameForEyeGesture(G::DON);
+    test::LogCapture::clear();
+    EXPECT_TRUE(service->start());  // again: nothing is created or loaded a second time
+    EXPECT_EQ(0u, test::LogCapture::lines().size()) << test::LogCapture::dump();
+    EXPECT_EQ(donModule, service->getModuleNameForEyeGesture(G::DON));
 
     // Without a sensor there is nothing to pause.
     android::sp<GazeService> bare = new GazeService(nullptr, android::String8(""));
@@ -217,6 +221,33 @@ TEST(GazeService, CallsForGesturesWithoutAModuleFailWithTheirReason) {
     EXPECT_TRUE(test::LogCapture::contains("Cannot start module for gesture BLINK... module is NULL!", ANDROID_LOG_ERROR));
     EXPECT_TRUE(test::LogCapture::contains("Can not apply and save calibration for gesture DOUBLE_WINK. Module is NULL."));
     EXPECT_EQ(4u, test::LogCapture::count("Can not check if calibration is complete for gesture"));
+}
+
+TEST(GazeService, CalibrationStartsOnFreshSamplesAndNamesTheStepThatFailed) {
+    test::FakeProximitySensor sensor;
+    android::sp<GazeService> service = new GazeService(&sensor, android::String8("G123"));
+    ASSERT_TRUE(service->start());
+    test::ScopedLogCapture capture;
+    const int flushes = sensor.flushCount();
+    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::DON));
+    EXPECT_EQ(flushes + 1, sensor.flushCount());
+    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::DON));
+    EXPECT_FALSE(service->applyAndSaveCalibrationForGesture(G::DON));  // no samples: the save fails
+    EXPECT_TRUE(test::LogCapture::contains("Could not save calibration for gesture DON (status=1)!", ANDROID_LOG_ERROR));
+    // A module without calibration fails the commit and is never asked to save.
+    EXPECT_FALSE(service->applyAndSaveCalibrationForGesture(G::DOUBLE_BLINK));
+    EXPECT_TRUE(test::LogCapture::contains("Could not commit calibration for gesture DOUBLE_BLINK (status=2)!  Not saving!",
+                                           ANDROID_LOG_ERROR));
+    EXPECT_FALSE(test::LogCapture::contains("Could not save calibration for gesture DOUBLE_BLINK"));
+
+    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::DON));
+    EXPECT_EQ(flushes + 2, sensor.flushCount());
+    for (int i = 0; i < 40; ++i) sensor.deliverSample(i % 2 == 0 ? 300 : 1300, 1000 + i);
+    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::DON));
+    test::LogCapture::clear();
+    EXPECT_TRUE(service->applyAndSaveCalibrationForGesture(G::DON));
+    EXPECT_FALSE(test::LogCapture::contains("Could not"));
+    EXPECT_EQ(1007, sensor.params().donThreshold);
 }
 
 }  // namespace
