@@ -30,7 +30,8 @@ public:
         if (deletions != nullptr) ++*deletions;
     }
     void reset() override {}
-    int update(long long timestamp, const float* samples, int) override {
+    int update(long long timestamp, const float* samples, int count) override {
+        if (count != 1) return -1;  // modules hand over one sample at a time
         seen.push_back(timestamp);
         return detectAt.count(static_cast<uint32_t>(samples[0])) != 0 ? mGesture : -1;
     }

@@ -94,6 +94,7 @@ TEST_F(WinkModuleTest, ConfirmedWinksAreReportedAndOneShotStops) {
 TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
     module.serviceReady();  // nothing saved yet
     EXPECT_TRUE(LogCapture::contains("ERROR: loading calibration! ", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(LogCapture::contains("Can not load calibration from file:", ANDROID_LOG_ERROR));
     EXPECT_FALSE(module.canStart());
     ASSERT_EQ(OK, module.start());
     sensor.deliverLowPowerWink();
@@ -127,8 +128,10 @@ TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
     test::ScriptedDetector restarted(G::WINK);
     restarted.saved = true;
     WinkModule again(&sensor, &restarted, service.get(), "/data/system/gaze/wink_test.txt");
+    LogCapture::clear();
     again.serviceReady();
     EXPECT_TRUE(again.canStart());
+    EXPECT_FALSE(LogCapture::contains("Can not load calibration"));
     EXPECT_EQ(std::vector<std::string>({"/data/system/gaze/wink_test.txt"}), restarted.loadedFrom);
     EXPECT_TRUE(LogCapture::contains("... done loading calibration."));
 }

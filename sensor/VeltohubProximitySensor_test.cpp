@@ -322,10 +322,16 @@ TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {
     EXPECT_EQ(2u, flashed());
     EXPECT_TRUE(LogCapture::contains("Updating Veltohub firmware from 3.6 to 3.7"));
 
-    PlainFileHub::set("version", "129.1");  // experimental: never without force
+    PlainFileHub::set("version", "0.8");  // a major version of 0 is a version too
+    PlainFileHub::writeImage("S10584800009ED");
     EXPECT_TRUE(sensor.checkFirmware(false));
-    EXPECT_EQ(2u, flashed());
-    EXPECT_TRUE(LogCapture::contains("WARNING: Veltohub firmware is experimental version 129.1", ANDROID_LOG_WARN));
+    EXPECT_TRUE(LogCapture::contains("Updating Veltohub firmware from 0.8 to 0.9"));
+    PlainFileHub::writeImage("S10584800307EF");
+
+    PlainFileHub::set("version", "128.1");  // experimental from 128 on: never without force
+    EXPECT_TRUE(sensor.checkFirmware(false));
+    EXPECT_EQ(3u, flashed());
+    EXPECT_TRUE(LogCapture::contains("WARNING: Veltohub firmware is experimental version 128.1", ANDROID_LOG_WARN));
 
     // A newer bootloader verifies the checksum; a mismatch flashes, and a
     // failing flash is reported.
@@ -334,7 +340,7 @@ TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {
     PlainFileHub::set("flash_status", "17");
     EXPECT_FALSE(sensor.checkFirmware(false));
     EXPECT_TRUE(LogCapture::contains("Error (17) during veltohub flash/checksum operation"));
-    EXPECT_EQ(3u, flashed());
+    EXPECT_EQ(4u, flashed());
 
     PlainFileHub::set("version", "x");
     EXPECT_FALSE(sensor.checkFirmware(false));

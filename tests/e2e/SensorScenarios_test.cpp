@@ -192,23 +192,6 @@ TEST(SensorScenario, AnOlderHubIsFlashed) {
     EXPECT_EQ("4.2", value(sim.command("get version")));
 }
 
-TEST(SensorScenario, AnExperimentalHubIsNotFlashed) {
-    hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("hub version 130.4\n", 8));
-    ASSERT_NE(nullptr, VeltohubProximitySensor::getInstance());
-    EXPECT_TRUE(LogCapture::contains("WARNING: Veltohub firmware is experimental version 130.4"));
-    EXPECT_FALSE(LogCapture::contains("Updating Veltohub firmware"));
-    EXPECT_EQ("130.4", value(sim.command("get version")));
-}
-
-TEST(SensorScenario, AHubWithoutVersionIsAbsent) {
-    hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("hub version none\n", 8));
-    EXPECT_FALSE(VeltohubProximitySensor::existsOnDevice());
-    EXPECT_EQ(nullptr, VeltohubProximitySensor::getInstance());
-    EXPECT_TRUE(LogCapture::contains("Error: Can't getInstance() on VeltohubProximitySensor since hardware not found!"));
-}
-
 // With the real start-up delay the thread handles nothing for 15 s, even
 // though a listener waits and the hub would stream.
 TEST(SensorScenario, TheEventThreadWaitsFifteenSecondsBeforeItsFirstTurn) {

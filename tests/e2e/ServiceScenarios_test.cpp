@@ -218,34 +218,6 @@ TEST(ServiceScenario, TheLogHoldsTheHeaderAndEveryDeliveredSampleInOrder) {
     }
 }
 
-TEST(ServiceScenario, MasterEnablePausesTheHubAndTheLogAndResumesWithANewHeader) {
-    hubsim::HubSimProcess sim;
-    android::sp<Client> client = new Client();
-    GazeService* service = startService(&sim, kStill, 8, client);
-    ASSERT_TRUE(service->startLogging());
-    ASSERT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "1"; }));
-    usleep(300000);
-    service->setMasterEnable(false);
-    EXPECT_FALSE(service->getMasterEnable());
-    EXPECT_FALSE(service->isLogging());
-    EXPECT_FALSE(service->isRunning());
-    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
-    usleep(1100000);  // a new log file name needs a new epoch nanosecond anyway
-    service->setMasterEnable(true);
-    EXPECT_TRUE(service->isLogging());
-    EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "0"; }));
-    usleep(300000);
-    ASSERT_TRUE(service->stopLogging());
-
-    const std::vector<std::string> files = logFiles(sim.root());
-    ASSERT_EQ(2u, files.size());
-    for (const std::string& file : files) {
-        const std::vector<std::string> lines = readLines(file);
-        ASSERT_GT(lines.size(), 10u);
-        EXPECT_EQ("# <HEADER>", lines[0]) << file;
-    }
-}
-
 // The client's listener blocks on the sensor thread inside a module's lock; a
 // client thread then waits for that module while holding the service lock.
 TEST(ServiceScenario, DumpAnswersWhileAnotherThreadHoldsTheServiceLock) {
@@ -288,20 +260,6 @@ TEST(ServiceScenario, DumpAnswersWhileAnotherThreadHoldsTheServiceLock) {
         EXPECT_NE(std::string::npos, text.find(part)) << part;
     }
     EXPECT_FALSE(service->isGestureDetectorRunning(G::DOUBLE_BLINK));
-}
-
-TEST(ServiceScenario, HardwareRevisionFHasNoWink) {
-    hubsim::HubSimProcess sim;
-    android::sp<Client> client = new Client();
-    GazeService* service = startService(&sim, kStill, 8, client, "F0042");
-    EXPECT_FALSE(service->isGestureSupported(G::WINK));
-    EXPECT_TRUE(service->isGestureSupported(G::DOUBLE_BLINK));
-    EXPECT_TRUE(service->isGestureSupported(G::DON));
-    EXPECT_TRUE(service->isGestureSupported(G::LOOK_AT_SCREEN));
-    EXPECT_TRUE(LogCapture::contains("Checking that hardware rev ('F' >= 'G') to run WINK: false"));
-    EXPECT_TRUE(LogCapture::contains("... failed to create module for gesture: WINK."));
-    EXPECT_FALSE(service->startGestureDetector(G::WINK, false, -1));
-    EXPECT_TRUE(LogCapture::contains("Cannot start module for gesture WINK... module is NULL!"));
 }
 
 }  // namespace
