@@ -184,6 +184,7 @@ TEST_F(VeltohubSensorTest, UserPauseOverridesTheListenerCount) {
     EXPECT_EQ(1, sensor.processAllCommands());
     EXPECT_EQ(0, sensor.processAllCommands());
     EXPECT_EQ("0", PlainFileHub::get("pause"));
+    EXPECT_FALSE(LogCapture::contains("Error setting pause state"));  // read back as written
 
     // The hub not taking the pause is reported.
     ::chmod(PlainFileHub::attr("pause").c_str(), 0);
@@ -248,9 +249,12 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
     EXPECT_EQ(android::String8(""), sensor.getRawFifoDataString(android::String8(" ")));
 }
 
-struct WinkCounter : public ProximitySensorInterface::LowPowerWinkListener {
+struct WinkCounter : public ProximitySensorInterface::LowPowerWinkListener,
+                     public ProximitySensorInterface::DonDoffListener {
     int winks = 0;
+    std::vector<bool> donned;
     void onLowPowerWink() override { ++winks; }
+    void onDonDoff(bool on) override { donned.push_back(on); }
 };
 
 size_t occurrences(const std::string& text, const std::string& word) {
@@ -281,6 +285,15 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     sensor.handleLowPowerWinkInterrupt();
     EXPECT_EQ(1, listener.winks);
     sensor.removeLowPowerWinkListener(&listener);
+    // The don/doff attribute holds "1\n" or "0\n".
+    sensor.addDonDoffListener(&listener, false);
+    PlainFileHub::set("don_doff", "1\n");
+    sensor.handleDonDoffInterrupt();
+    PlainFileHub::set("don_doff", "0\n");
+    sensor.handleDonDoffInterrupt();
+    EXPECT_EQ(std::vector<bool>({true, false}), listener.donned);
+    EXPECT_FALSE(LogCapture::contains("expected to read 2 bytes"));
+    sensor.removeDonDoffListener(&listener);
 
     // A ready device while not streaming is not read; the warning comes once
     // in any 1000 such wake-ups.

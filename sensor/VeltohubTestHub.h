@@ -32,6 +32,7 @@ public:
     using VeltohubProximitySensor::executeFlushFifo;
     using VeltohubProximitySensor::handleControlCommand;
     using VeltohubProximitySensor::executeEventLoopOnceBlocking;
+    using VeltohubProximitySensor::handleDonDoffInterrupt;
     using VeltohubProximitySensor::handleLowPowerWinkInterrupt;
     using VeltohubProximitySensor::handleProxDataInterrupt;
     using VeltohubProximitySensor::setupPollingStructs;

@@ -45,6 +45,8 @@ TEST(Utils, FileHelpersWorkBelowTheRootAndKeepErrno) {
 
     // A directory cannot be made where a file stands.
     EXPECT_FALSE(Utils::ensurePathExists("/data/system/gaze/sub/file.txt/deeper", true));
+    EXPECT_FALSE(Utils::ensurePathExists("/data/system/gaze/sub/file.txt", true));
+    EXPECT_EQ(ENOTDIR, errno);
 }
 
 TEST(Utils, SerialNumberAndDeviceIdComeFromTheEnvironment) {

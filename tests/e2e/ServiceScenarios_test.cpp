@@ -3,11 +3,8 @@
 // of tests/e2e/detectors (the simulator installs them as the shipped ones).
 #include <dirent.h>
 
-#include <atomic>
 #include <fstream>
-#include <future>
 #include <mutex>
-#include <thread>
 
 #include "service/GazeService.h"
 #include "tests/e2e/E2eSupport.h"
@@ -216,50 +213,6 @@ TEST(ServiceScenario, TheLogHoldsTheHeaderAndEveryDeliveredSampleInOrder) {
         EXPECT_NEAR(1200, reading, 10);
         previous = t;
     }
-}
-
-// The client's listener blocks on the sensor thread inside a module's lock; a
-// client thread then waits for that module while holding the service lock.
-TEST(ServiceScenario, DumpAnswersWhileAnotherThreadHoldsTheServiceLock) {
-    struct BlockingClient : public Client {
-        std::promise<void> entered;
-        std::shared_future<void> release;
-        std::atomic<bool> first{true};
-        void onEyeGesture(G::EyeGesture gesture, int64_t start, int64_t end) override {
-            Client::onEyeGesture(gesture, start, end);
-            if (first.exchange(false)) {
-                entered.set_value();
-                release.wait();
-            }
-        }
-    };
-    hubsim::HubSimProcess sim;
-    android::sp<BlockingClient> client = new BlockingClient();
-    std::promise<void> release;
-    client->release = release.get_future().share();
-    GazeService* service = startService(&sim, kStill, 4, client);
-    ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, false, -1));
-    usleep(300000);
-    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
-    client->entered.get_future().wait();
-    std::thread holder([&] { service->stopGestureDetector(G::DOUBLE_BLINK); });  // waits inside the service lock
-    usleep(200000);
-
-    LogCapture::clear();
-    android::String8 out;
-    service->dump(out);
-    release.set_value();
-    holder.join();
-    EXPECT_TRUE(LogCapture::contains("WARNING: dump() failed to acquire lock -- output may be an inconsistent view."));
-    const std::string text = out.string();
-    for (const char* part : {"GazeService version 0.12.1\n", "Proximity sensor exists = TRUE\n",
-                             "Proximity sensor thread status: running\n", "Driver name: Veltohub Proximity Sensor\n",
-                             "Module: WinkModule  Version: WinkModule: 1.0.2 WinkDetector: Multi-Duration 0.1.0\n",
-                             "Module: DoubleBlinkModule", "DoubleBlinkModule status: on\n", "Module: DonDoffModule",
-                             "Module: LookAtScreenModule", "... end dumping GazeServiceModule's.\n"}) {
-        EXPECT_NE(std::string::npos, text.find(part)) << part;
-    }
-    EXPECT_FALSE(service->isGestureDetectorRunning(G::DOUBLE_BLINK));
 }
 
 }  // namespace
