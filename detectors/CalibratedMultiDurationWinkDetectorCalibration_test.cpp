@@ -98,6 +98,12 @@ TEST(WinkCalibration, OutliersAreRemovedAndTwoConsistentWinksCalibrate) {
     d.updateCalibrationOnWink(wink(500.0f, 400.0f));
     EXPECT_EQ(2u, d.getCalibrationWinks().size());
     EXPECT_TRUE(d.isCalibrated());
+    d.endCalibrationInterval();
+    EXPECT_TRUE(d.clearCalibration());
+    EXPECT_FALSE(d.isCalibrated());
+    EXPECT_EQ(0, d.getTotalNumCalibrationWinks());
+    EXPECT_EQ(0, d.getNumWinksInLastCalibrationInterval());
+    EXPECT_EQ(0u, d.getCalibrationWinks().size());
 }
 
 TEST(WinkCalibration, AcceptableRangesAndTheHighPowerFile) {

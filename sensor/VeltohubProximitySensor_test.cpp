@@ -294,6 +294,9 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     EXPECT_EQ(std::vector<bool>({true, false}), listener.donned);
     EXPECT_FALSE(LogCapture::contains("expected to read 2 bytes"));
     sensor.removeDonDoffListener(&listener);
+    EXPECT_FALSE(LogCapture::contains("FAILED: Removing DonDoffListener"));
+    sensor.removeDonDoffListener(&listener);
+    EXPECT_TRUE(LogCapture::contains("FAILED: Removing DonDoffListener.  There are now: 0", ANDROID_LOG_ERROR));
 
     // A ready device while not streaming is not read; the warning comes once
     // in any 1000 such wake-ups.

@@ -51,7 +51,6 @@ public:
     using VeltohubProximitySensor::checkHubState;
     using VeltohubProximitySensor::retryDataDevice;
     using VeltohubProximitySensor::setPauseInternal;
-    using VeltohubProximitySensor::startStreamingData;
     using VeltohubProximitySensor::mDeviceRetryAtMs;
     using VeltohubProximitySensor::mPollFds;
 
