@@ -128,7 +128,7 @@ bool CalibratedMultiDurationWinkDetector::updateCalibrationOnWink(const GestureI
         __android_log_print(ANDROID_LOG_ERROR, kTag, "mIsCalibrationOn is false. updateCalibrationOnWink must not be called.");
         return false;
     }
-    if (info.magnitude <= 0.0f) {
+    if (!(info.magnitude > 0.0f)) {  // also NaN, which would spoil every range
         __android_log_print(ANDROID_LOG_ERROR, kTag, "magnitude must be positive.");
         return false;
     }

@@ -1,5 +1,6 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <math.h>
 
 #include <string>
 #include <vector>
@@ -65,6 +66,8 @@ TEST(WinkCalibration, OutliersAreRemovedAndTwoConsistentWinksCalibrate) {
     EXPECT_TRUE(d.updateCalibrationOnWink(wink(400.0f, 400.0f)));
     EXPECT_FALSE(d.updateCalibrationOnWink(wink(450.0f, 710.0f)));  // too long: not counted
     EXPECT_TRUE(test::LogCapture::contains("Wink duration is out of the required range: 710 ms"));
+    EXPECT_FALSE(d.updateCalibrationOnWink(wink(NAN, 400.0f)));  // would spoil every range
+    EXPECT_TRUE(test::LogCapture::contains("magnitude must be positive."));
     EXPECT_EQ(1, d.getNumWinksInLastCalibrationInterval());
     EXPECT_TRUE(d.updateCalibrationOnWink(wink(450.0f, 420.0f)));  // ratio 0.89, difference 50
     EXPECT_TRUE(d.isCalibrated());
