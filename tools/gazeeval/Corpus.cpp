@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -76,6 +77,31 @@ std::vector<Span> CorpusRecording::wornSpans() const {
     return out;
 }
 
+namespace {
+
+// Median reading of the samples in [from, to]; NaN when there are none.
+double medianReading(const std::vector<signal::RecordedSample>& samples, int64_t from, int64_t to) {
+    const auto byTime = [](const signal::RecordedSample& s, int64_t t) { return s.timestampNs < t; };
+    const auto a = std::lower_bound(samples.begin(), samples.end(), from, byTime);
+    const auto b = std::lower_bound(a, samples.end(), to + 1, byTime);
+    if (a == b) return std::nan("");
+    std::vector<int> v;
+    for (auto it = a; it != b; ++it) v.push_back(it->reading & 0x3FFF);
+    std::nth_element(v.begin(), v.begin() + static_cast<long>(v.size() / 2), v.end());
+    return v[v.size() / 2];
+}
+
+}  // namespace
+
+bool CorpusRecording::lookRaisesReading(const Span& look) const {
+    constexpr int64_t kMs = 1000000;
+    const double before = medianReading(samples, look.startNs - 700 * kMs, look.startNs - 100 * kMs);
+    // The eye has arrived after at most 400 ms; a short look is taken whole.
+    double during = medianReading(samples, look.startNs + 400 * kMs, look.endNs);
+    if (std::isnan(during)) during = medianReading(samples, look.startNs, look.endNs);
+    return std::isnan(before) || std::isnan(during) || during >= before;
+}
+
 bool parseRecordingPair(const std::string& recordingPath, std::string_view recordingText,
                         const std::string& labelsPath, std::string_view labelsText, CorpusRecording* out,
                         InputError* error) {
@@ -98,6 +124,16 @@ bool parseRecordingPair(const std::string& recordingPath, std::string_view recor
     if (!signal::LabelFile::parse(labelsText, &out->labels, &pe)) {
         *error = {labelsPath, pe.line, pe.message};
         return false;
+    }
+    // Partial blinks are written as comments beside their BLINK label.
+    out->partialBlinks.clear();
+    for (std::string_view line : signal::splitLines(labelsText)) {
+        const std::vector<std::string_view> f = signal::splitFields(line);
+        Span p;
+        if (f.size() == 4 && f[0] == "#" && f[3] == signal::labelName(LabelKind::PartialBlink) &&
+            signal::parseInt64(f[1], &p.startNs) && signal::parseInt64(f[2], &p.endNs) && p.endNs >= p.startNs) {
+            out->partialBlinks.push_back(p);
+        }
     }
     // The parser keeps no line numbers; label i sits on the i-th line that is
     // neither blank nor a comment.

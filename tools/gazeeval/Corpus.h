@@ -44,6 +44,7 @@ struct CorpusRecording {
     std::string labelsPath;
     std::vector<signal::RecordedSample> samples;
     std::vector<signal::Label> labels;
+    std::vector<Span> partialBlinks;  // from "# START END PARTIAL_BLINK" comments, when the recorder knew
     int64_t firstNs = 0;  // earliest and latest sample time stamp
     int64_t lastNs = 0;
 
@@ -56,6 +57,9 @@ struct CorpusRecording {
     // first DON/DOFF label is a DON, else on it; it is worn from the end of a
     // DON label to the start of the next DOFF label.
     std::vector<Span> wornSpans() const;
+    // Whether a look at the display raised the reading: the median reading of
+    // its settled part against the median of the 600 ms before it.
+    bool lookRaisesReading(const Span& look) const;
 };
 
 // Parses and checks one pair of texts; the file names only go into errors.

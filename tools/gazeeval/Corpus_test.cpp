@@ -23,6 +23,27 @@ InputError parseError(const std::string& recording, const std::string& labels) {
     return error;
 }
 
+TEST(CorpusTest, PartialBlinkCommentsAndTheDirectionOfALook) {
+    // One second at 500, a look from 1 s to 2 s at 440, then 500 again.
+    std::string text;
+    for (int i = 0; i < 96; ++i) {
+        const int64_t t = 31250000LL * i;
+        text += std::to_string(t) + " " + (t >= 1000000000 && t < 2000000000 ? "440" : "500") + " 0\n";
+    }
+    CorpusRecording rec;
+    InputError error;
+    ASSERT_TRUE(parseRecordingPair("r.txt", text, "r.labels",
+                                   "100000000 300000000 BLINK\n# 100000000 300000000 PARTIAL_BLINK\n"
+                                   "# 400000000 500000000 SQUINT\n1000000000 2000000000 LOOK_AT_SCREEN\n",
+                                   &rec, &error))
+            << error.text();
+    ASSERT_EQ(1u, rec.partialBlinks.size());
+    EXPECT_EQ(300000000, rec.partialBlinks[0].endNs);
+    EXPECT_FALSE(rec.lookRaisesReading({1000000000, 2000000000}));
+    // Seen from the look's end, the return is a rise.
+    EXPECT_TRUE(rec.lookRaisesReading({2000000000, 2900000000}));
+}
+
 TEST(CorpusTest, ChecksLabelsAgainstTheirRecording) {
     CorpusRecording rec;
     InputError error;

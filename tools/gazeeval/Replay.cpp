@@ -139,7 +139,7 @@ bool ModelFiles::check(std::string* error) const {
 }
 
 bool replayRecording(const CorpusRecording& rec, const ModelFiles& models, const std::string& scratchDir,
-                     RecordingReplay* out, std::string* error) {
+                     RecordingReplay* out, std::string* error, float uncalibratedLookThreshold) {
     *out = RecordingReplay();
     const ThresholdBaseline baseline(rec);
 
@@ -168,6 +168,16 @@ bool replayRecording(const CorpusRecording& rec, const ModelFiles& models, const
     const std::vector<Span> lookCalibration = rec.spansOf(LabelKind::CalibrateLookAtScreen);
     out->lookFromNs = lookCalibration.empty() ? rec.firstNs : lookCalibration.front().endNs;
     std::unique_ptr<EyeGestureBoostingDetector> look;
+    if (lookCalibration.empty() && uncalibratedLookThreshold > 0) {
+        look = loadSet(GazeServiceInterface::LOOK_AT_SCREEN, models.lookAtScreenSet);
+        if (!look) {
+            *error = models.lookAtScreenSet + ": the library cannot load this detector set";
+            return false;
+        }
+        look->setMagnitudeRange(Interval<float>(uncalibratedLookThreshold, kMaxLookMagnitude));
+        out->lookThreshold = uncalibratedLookThreshold;
+        out->lookCalibrated = true;
+    }
     size_t next = 0;
     for (const RecordedSample& s : rec.samples) {
         const int64_t t = s.timestampNs;

@@ -52,8 +52,12 @@ struct RecordingReplay {
 //   look-at-screen set and the magnitude range [threshold, 500] runs, as the
 //   look-at-screen module runs it.
 // `scratchDir` receives the calibrator's parameter file for a moment.
+// A recording without a look-at-screen calibration span runs the look
+// detector from its start with `uncalibratedLookThreshold` when that is
+// above 0 (recordings made without a calibration, real ones say), and not
+// at all otherwise.
 bool replayRecording(const CorpusRecording& rec, const ModelFiles& models, const std::string& scratchDir,
-                     RecordingReplay* out, std::string* error);
+                     RecordingReplay* out, std::string* error, float uncalibratedLookThreshold = 0.0f);
 
 // Runs the library's LookAtScreenCalibrator over the samples of `span` and
 // returns the threshold it writes, as the look-at-screen module reads it

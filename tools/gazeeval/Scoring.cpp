@@ -99,8 +99,10 @@ ScoringPlan planScoring(const CorpusRecording& rec, signal::LabelKind kind, int6
 }
 
 void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detectionsNs, GestureScore* score,
-                     std::vector<Outcome>* outcomes, std::vector<Span>* missed, std::vector<int>* matchedTargets) {
+                     std::vector<Outcome>* outcomes, std::vector<Span>* missed, std::vector<int>* matchedTargets,
+                     std::vector<double>* targetLatencyMs) {
     std::vector<bool> used(plan.targets.size(), false);
+    if (targetLatencyMs != nullptr) targetLatencyMs->assign(plan.targets.size(), kUndefined);
     score->events += static_cast<int>(plan.targets.size());
     score->wearHours += plan.wearHours;
     if (outcomes != nullptr) outcomes->assign(detectionsNs.size(), Outcome::Ignored);
@@ -111,16 +113,18 @@ void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detect
         bool matched = false;
         for (size_t i = 0; i < plan.targets.size(); ++i) {
             const Span& l = plan.targets[i];
-            if (used[i] || t < l.startNs || t > l.endNs + kMatchSlackNs) continue;
+            if (used[i] || t < l.startNs || t > l.endNs + plan.slackNs) continue;
             used[i] = true;
             matched = true;
             if (matchedTargets != nullptr) (*matchedTargets)[k] = static_cast<int>(i);
-            score->latenciesMs.push_back(static_cast<double>(t - l.endNs) * 1e-6);
+            const double latency = static_cast<double>(t - (plan.latencyFromEnd ? l.endNs : l.startNs)) * 1e-6;
+            score->latenciesMs.push_back(latency);
+            if (targetLatencyMs != nullptr) (*targetLatencyMs)[i] = latency;
             break;
         }
         if (!matched) {
             bool absorbed = false;
-            for (const Span& a : plan.absorbing) absorbed = absorbed || (t >= a.startNs && t <= a.endNs + kMatchSlackNs);
+            for (const Span& a : plan.absorbing) absorbed = absorbed || (t >= a.startNs && t <= a.endNs + plan.slackNs);
             if (absorbed) continue;
         }
         ++score->detections;
@@ -133,6 +137,27 @@ void scoreDetections(const ScoringPlan& plan, const std::vector<int64_t>& detect
             if (!used[i]) missed->push_back(plan.targets[i]);
         }
     }
+}
+
+std::vector<Span> naturalDoublets(const std::vector<Span>& blinks) {
+    std::vector<Span> out;
+    for (size_t i = 1; i < blinks.size(); ++i) {
+        const int64_t gap = blinks[i].startNs - blinks[i - 1].endNs;
+        if (gap >= kNaturalDoubletMinGapNs && gap <= kNaturalDoubletGapNs) out.push_back({blinks[i - 1].startNs, blinks[i].endNs});
+    }
+    return out;
+}
+
+FalseCause falseCause(int64_t t, const std::vector<Span>& doublets, const std::vector<Span>& partialBlinks) {
+    auto near = [t](const std::vector<Span>& spans) {
+        for (const Span& s : spans) {
+            if (t >= s.startNs && t <= s.endNs + kMatchSlackNs) return true;
+        }
+        return false;
+    };
+    if (near(doublets)) return FalseCause::NaturalDoublet;
+    if (near(partialBlinks)) return FalseCause::PartialBlink;
+    return FalseCause::Elsewhere;
 }
 
 }  // namespace gazetools

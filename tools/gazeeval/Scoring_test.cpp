@@ -38,13 +38,52 @@ TEST(ScoringTest, MatchesWithinOneSecondAfterTheEndAndEachLabelOnce) {
               outcomes);
     ASSERT_EQ(1u, missed.size());
     EXPECT_EQ(20 * kSec, missed[0].startNs);
-    // Latency is measured from the label's end: 999 ms and -1000 ms.
+    // Latency is measured from the label's start: 1999 ms and 0 ms.
     ASSERT_EQ(2u, score.latenciesMs.size());
-    EXPECT_DOUBLE_EQ(999.0, score.latenciesMs[0]);
-    EXPECT_DOUBLE_EQ(-1000.0, score.latenciesMs[1]);
+    EXPECT_DOUBLE_EQ(1999.0, score.latenciesMs[0]);
+    EXPECT_DOUBLE_EQ(0.0, score.latenciesMs[1]);
     EXPECT_DOUBLE_EQ(2.0 / 3.0, score.recall());
     EXPECT_DOUBLE_EQ(0.5, score.precision());
     EXPECT_DOUBLE_EQ(2.0, score.fpPerHour());
+}
+
+TEST(ScoringTest, ALookCountsOnlyWhileItLastsUnlessScoredByTheOldRule) {
+    // Two looks of 3 s; the first is reported 800 ms into it, the second only
+    // 600 ms after the wearer looked back.
+    ScoringPlan plan = planWithTargets({{10 * kSec, 13 * kSec}, {20 * kSec, 23 * kSec}});
+    plan.slackNs = kLookMatchSlackNs;
+    const std::vector<int64_t> detections = {10800 * kMs, 23600 * kMs};
+    GestureScore score;
+    std::vector<double> latency;
+    scoreDetections(plan, detections, &score, nullptr, nullptr, nullptr, &latency);
+    EXPECT_EQ(1, score.matched);
+    EXPECT_EQ(2, score.detections);  // the late one is false, not late
+    ASSERT_EQ(2u, latency.size());
+    EXPECT_DOUBLE_EQ(800.0, latency[0]);
+    EXPECT_TRUE(std::isnan(latency[1]));
+
+    plan.slackNs = kMatchSlackNs;
+    plan.latencyFromEnd = true;
+    GestureScore old;
+    scoreDetections(plan, detections, &old);
+    EXPECT_EQ(2, old.matched);
+    EXPECT_EQ((std::vector<double>{-2200.0, 600.0}), old.latenciesMs);
+}
+
+TEST(ScoringTest, FalseDoubleBlinksAreTracedToDoubletsAndPartialBlinks) {
+    // Gaps of 300 ms (a doublet), 30 ms (one flickering closure) and 2 s.
+    const std::vector<Span> blinks = {{10 * kSec, 10200 * kMs},  {10500 * kMs, 10700 * kMs},
+                                      {20 * kSec, 20200 * kMs},  {20230 * kMs, 20400 * kMs},
+                                      {22400 * kMs, 22600 * kMs}};
+    const std::vector<Span> doublets = naturalDoublets(blinks);
+    ASSERT_EQ(1u, doublets.size());
+    EXPECT_EQ(10 * kSec, doublets[0].startNs);
+    EXPECT_EQ(10700 * kMs, doublets[0].endNs);
+    const std::vector<Span> partial = {{30 * kSec, 30200 * kMs}};
+    EXPECT_EQ(FalseCause::NaturalDoublet, falseCause(11700 * kMs, doublets, partial));
+    EXPECT_EQ(FalseCause::Elsewhere, falseCause(11701 * kMs, doublets, partial));
+    EXPECT_EQ(FalseCause::PartialBlink, falseCause(30500 * kMs, doublets, partial));
+    EXPECT_EQ(FalseCause::Elsewhere, falseCause(20400 * kMs, doublets, partial));
 }
 
 TEST(ScoringTest, OneDetectionCannotMatchTwoOverlappingLabels) {

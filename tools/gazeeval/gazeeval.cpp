@@ -1,8 +1,12 @@
 // gazeeval: replays a labelled corpus through the library's detectors and
 // scores them, beside a simple threshold baseline.
 //
-//   gazeeval --corpus DIR [--models DIR] [--json] [--per-recording] [--detections FILE.tsv]
+//   gazeeval --corpus DIR [--section DIR]... [--models DIR] [--json] [--per-recording]
+//            [--detections FILE.tsv] [--look-threshold T]
 //            [--plot FILE.svg [--plot-recording NAME] [--plot-from S] [--plot-to S]]
+//
+// Each --section is another corpus (real recordings, say) reported under its
+// own name beside the main one.
 //
 // Every option is checked before any work starts (exit status 2), and every
 // input is read and checked before anything is written: on bad input the
@@ -42,6 +46,8 @@ int fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     CLI::App app{"Scores the shipped detectors on a labelled corpus."};
+    std::vector<std::string> sectionDirs;
+    float lookThreshold = 24.0f;
     // Installed, the shipped detector files lie beside the program.
     std::string corpusDir, modelsDir = velto::tools::findInstalledData("gaze", "etc/gaze"), plotPath, plotRecording,
                            detectionsPath;
@@ -49,6 +55,12 @@ int main(int argc, char** argv) {
     double plotFrom = 0, plotTo = -1;
     int threads = static_cast<int>(std::max(1u, std::min(2u, std::thread::hardware_concurrency())));
     app.add_option("--corpus", corpusDir, "Directory of recordings X.txt with labels X.labels")->required();
+    app.add_option("--section", sectionDirs, "Another corpus, reported as its own section (repeatable)");
+    app.add_option("--look-threshold", lookThreshold,
+                   "Look-at-screen threshold for recordings without a look calibration (0: no look detection "
+                   "there; 24 is what a calibration on the faintest modelled look gives)")
+            ->capture_default_str()
+            ->check(CLI::Range(0.0f, 500.0f));
     app.add_option("--models", modelsDir, "Directory of the detector and list files")->capture_default_str();
     app.add_flag("--json", json, "Print the report as one JSON object");
     app.add_flag("--per-recording", perRecording, "Add every recording's scores to the JSON report");
@@ -66,6 +78,9 @@ int main(int argc, char** argv) {
     struct stat st;
     if (stat(corpusDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return usage("--corpus: " + corpusDir + " is not a directory");
     if (stat(modelsDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return usage("--models: " + modelsDir + " is not a directory");
+    for (const std::string& dir : sectionDirs) {
+        if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return usage("--section: " + dir + " is not a directory");
+    }
     std::string reason;
     if (!plotPath.empty() && !velto::tools::isWritableFilePath(plotPath, &reason)) return usage("--plot: " + reason);
     if (!detectionsPath.empty() && !velto::tools::isWritableFilePath(detectionsPath, &reason))
@@ -80,6 +95,10 @@ int main(int argc, char** argv) {
     std::vector<CorpusRecording> corpus;
     InputError inputError;
     if (!loadCorpus(corpusDir, &corpus, &inputError)) return fail(inputError.text());
+    std::vector<std::vector<CorpusRecording>> sections(sectionDirs.size());
+    for (size_t i = 0; i < sectionDirs.size(); ++i) {
+        if (!loadCorpus(sectionDirs[i], &sections[i], &inputError)) return fail(inputError.text());
+    }
     const CorpusRecording* plotted = nullptr;
     size_t plottedIndex = 0;
     if (!plotPath.empty()) {
@@ -95,8 +114,17 @@ int main(int argc, char** argv) {
     CorpusReport report;
     std::vector<RecordingReplay> replays;
     if (!evaluateCorpus(corpus, models, defaultScratchDir(), threads, &report,
-                        plotted != nullptr ? &replays : nullptr, &error)) {
+                        plotted != nullptr ? &replays : nullptr, &error, lookThreshold)) {
         return fail(error);
+    }
+    report.name = corpusDir;
+    std::vector<CorpusReport> sectionReports(sections.size());
+    for (size_t i = 0; i < sections.size(); ++i) {
+        if (!evaluateCorpus(sections[i], models, defaultScratchDir(), threads, &sectionReports[i], nullptr, &error,
+                            lookThreshold)) {
+            return fail(error);
+        }
+        sectionReports[i].name = sectionDirs[i];
     }
 
     if (plotted != nullptr) {
@@ -118,9 +146,15 @@ int main(int argc, char** argv) {
         return fail(detectionsPath + ": cannot write");
     }
     if (json) {
-        printf("%s\n", reportToJson(report, perRecording).dump(2).c_str());
+        nlohmann::ordered_json j = reportToJson(report, perRecording);
+        if (!sectionReports.empty()) {
+            j["sections"] = nlohmann::ordered_json::array();
+            for (const CorpusReport& r : sectionReports) j["sections"].push_back(sectionToJson(r));
+        }
+        printf("%s\n", j.dump(2).c_str());
     } else {
         printf("%s", reportToText(report).c_str());
+        for (const CorpusReport& r : sectionReports) printf("%s", sectionToText(r).c_str());
     }
     return 0;
 }
