@@ -49,7 +49,7 @@ EyeSignalModel::EyeSignalModel(const WearerProfile& wearer, uint64_t seed, int64
       mWornBefore(worn),
       mOffLevelBefore(wearer.offHeadLevel) {
     mDrift = mNoiseRng.normal(0, mWearer.driftSd);
-    mNextBlinkNs = startNs + blinkInterval();
+    mNextBlinkNs = startNs + blinkInterval(0);
     auto firstOf = [&](double perMinute) -> int64_t {
         if (perMinute <= 0) return INT64_MAX;
         return startNs + static_cast<int64_t>(mHabitRng.exponential(60.0 / perMinute) * kSec);
@@ -60,17 +60,22 @@ EyeSignalModel::EyeSignalModel(const WearerProfile& wearer, uint64_t seed, int64
     mNextPruneNs = startNs + 10 * kSec;
 }
 
-int64_t EyeSignalModel::blinkInterval() {
+int64_t EyeSignalModel::blinkInterval(int64_t lastNs) {
     if (mWearer.blinkRatePerMin <= 0) return INT64_MAX / 2;
-    // Blink intervals are skewed with a short refractory gap: a gamma of shape
-    // two around the wearer's mean; now and then a blink comes right after
-    // another.
+    // Now and then the lid closes again right after it opened (a doublet) or
+    // a few blinks follow each other within a second (a flurry); otherwise
+    // intervals are log-normal around the wearer's mean: positively skewed,
+    // with a short refractory time.
+    if (lastNs > 0 && mHabitRng.chance(mWearer.doubletShare)) {
+        return lastNs + static_cast<int64_t>(mHabitRng.uniform(0.10, 0.35) * kSec);
+    }
     if (mHabitRng.chance(mWearer.blinkPairShare)) {
-        return static_cast<int64_t>(mHabitRng.uniform(0.65, 1.1) * kSec);
+        return lastNs + static_cast<int64_t>(mHabitRng.uniform(0.35, 0.9) * kSec);
     }
     const double mean = 60.0 / mWearer.blinkRatePerMin;
-    const double s = mHabitRng.exponential(mean / 2) + mHabitRng.exponential(mean / 2);
-    return static_cast<int64_t>(std::max(0.8, s) * kSec);
+    const double sd = mWearer.blinkIntervalSpread;
+    const double s = std::exp(std::log(mean) - sd * sd / 2 + sd * mHabitRng.normal());
+    return std::max(lastNs + 400 * kMs, static_cast<int64_t>(std::max(0.5, s) * kSec));
 }
 
 EyeSignalModel::WearState EyeSignalModel::wearStateAt(int64_t t) const {
@@ -187,10 +192,10 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
             } else if (e.kind == SignalEventKind::Squint) {
                 dur = given ? e.durationNs : msToNs(r.uniform(500, 1500));
             } else {
+                // A deliberate blink is a little longer than the wearer's
+                // spontaneous ones.
                 dur = given ? e.durationNs
-                            : msToNs(2 * std::clamp(
-                                                 std::min(w.blinkMs, 220.0) * r.uniform(0.75, 1.0),
-                                                 100.0, 260.0) +
+                            : msToNs(2 * std::clamp(w.blinkMs * r.uniform(1.0, 1.25), 150.0, 380.0) +
                                      r.clampedNormal(w.doubleBlinkGapMs, 0.25 * w.doubleBlinkGapMs,
                                                      40, 400));
             }
@@ -216,15 +221,16 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
                 addLid(s, dur, amp, 0.3, 0.4, 0.03, true);
                 main = {s, s + dur, LabelKind::Squint};
             } else {
-                // Two quick blinks, each a little stronger than a spontaneous
-                // one, around a short open gap.
+                // Two firm blinks around a short open gap: each shuts the lid
+                // fully, a little harder and longer than a spontaneous blink.
                 const double gapShare = std::clamp(w.doubleBlinkGapMs * 1e6 / dur, 0.1, 0.6);
                 const int64_t gap = static_cast<int64_t>(dur * r.uniform(0.8, 1.2) * gapShare);
                 const int64_t first = static_cast<int64_t>((dur - gap) * r.uniform(0.45, 0.55));
                 const int64_t second = dur - gap - first;
-                const double amp = hasAmount ? e.amount : w.blinkAmplitude * r.uniform(1.0, 1.3);
-                addLid(s, first, amp * r.uniform(0.9, 1.1), 0.3, 0.1, 0, true);
-                addLid(s + first + gap, second, amp * r.uniform(0.9, 1.1), 0.3, 0.1, 0, true);
+                const double amp = hasAmount ? e.amount
+                                             : w.blinkAmplitude * w.doubleBlinkStrength * r.uniform(0.9, 1.1);
+                addLid(s, first, amp * r.uniform(0.93, 1.07), 0.25, r.uniform(0.15, 0.3), 0, true);
+                addLid(s + first + gap, second, amp * r.uniform(0.93, 1.07), 0.25, r.uniform(0.15, 0.3), 0, true);
                 main = {s, s + dur, LabelKind::DoubleBlink};
             }
             addLabel(main.startNs, main.endNs, main.kind);
@@ -294,27 +300,39 @@ bool EyeSignalModel::schedule(const SignalEvent& e, std::string* error, Label* s
     return true;
 }
 
-void EyeSignalModel::spawnBlink(int64_t t) {
+int64_t EyeSignalModel::spawnBlink(int64_t t) {
     Rng& r = mHabitRng;
     const WearerProfile& w = mWearer;
     double ms = r.clampedNormal(w.blinkMs, 0.2 * w.blinkMs, 100, 400);
     double amp = w.blinkAmplitude * r.clampedNormal(1, 0.15, 0.6, 1.4);
-    // Some blinks are long or shallow: these are what make a blink look like
-    // part of a gesture.
-    if (r.chance(w.longBlinkShare)) ms = r.uniform(300, 400);
-    if (r.chance(w.halfBlinkShare)) amp *= r.uniform(0.3, 0.6);
+    double rise = 0.3, hold = 0.1;
+    // Slow, very long and partial blinks are what make a blink look like
+    // part of a gesture. Slow blinks open more slowly still.
+    if (r.chance(w.veryLongBlinkShare)) {
+        ms = r.uniform(600, 1400);
+        rise = 0.15;
+        hold = r.uniform(0.3, 0.6);
+    } else if (r.chance(w.longBlinkShare)) {
+        ms = r.uniform(300, 600);
+        rise = 0.2;
+        hold = 0.15;
+    }
+    const bool partial = r.chance(w.halfBlinkShare);
+    if (partial) amp *= r.uniform(0.2, 0.7);
     const int64_t dur = msToNs(ms);
-    if (!fullyWornDuring(t, t + dur)) return;
-    if (eyeBusy(t - kGestureMarginNs, t + dur + kGestureMarginNs)) return;
-    addLid(t, dur, amp, 0.3, 0.1, 0, false);
+    if (!fullyWornDuring(t, t + dur)) return 0;
+    if (eyeBusy(t - kGestureMarginNs, t + dur + kGestureMarginNs)) return 0;
+    addLid(t, dur, amp, rise, hold, 0, false);
     addLabel(t, t + dur, LabelKind::Blink);
+    if (partial) addLabel(t, t + dur, LabelKind::PartialBlink);
+    return dur;
 }
 
 void EyeSignalModel::runSpontaneous(int64_t t) {
     while (t >= mNextBlinkNs) {
         const int64_t at = mNextBlinkNs;
-        mNextBlinkNs = at + blinkInterval();
-        if (mSpontaneous) spawnBlink(at);
+        const int64_t dur = mSpontaneous ? spawnBlink(at) : 0;
+        mNextBlinkNs = at + blinkInterval(dur);
     }
     auto poisson = [&](int64_t* next, double perMinute) {
         const int64_t at = *next;

@@ -105,10 +105,12 @@ private:
                 double squeeze, bool deliberate);
     void addLabel(int64_t start, int64_t end, LabelKind kind);
     void runSpontaneous(int64_t t);
-    void spawnBlink(int64_t t);
+    // Starts a spontaneous blink at t; its length, or 0 when none could start.
+    int64_t spawnBlink(int64_t t);
     void prune(int64_t t);
 
-    int64_t blinkInterval();
+    // Time from the start of a blink of length `lastNs` to the next one.
+    int64_t blinkInterval(int64_t lastNs);
     double closureAt(int64_t t) const;
     double lookAt(int64_t t) const;
     double motionAt(int64_t t) const;

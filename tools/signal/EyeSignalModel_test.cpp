@@ -65,8 +65,9 @@ TEST(EyeSignalModelTest, SpontaneousBlinksRaiseTheReadingInsideTheirLabels) {
     WearerProfile w = quietWearer();
     w.blinkRatePerMin = 20;
     w.halfBlinkShare = 0;
-    // Only blinks: no artefact may lift the reading before one.
+    // Only blinks, well apart: nothing may lift the reading before one.
     w.blinkPairShare = 0;
+    w.doubletShare = 0;
     w.headMotionPerMin = 0;
     w.slipsPerHour = 0;
     w.squintsPerMin = 0;
@@ -86,6 +87,46 @@ TEST(EyeSignalModelTest, SpontaneousBlinksRaiseTheReadingInsideTheirLabels) {
     // Twenty a minute for two minutes, give or take chance and refractory gaps.
     EXPECT_GT(blinks, 25);
     EXPECT_LT(blinks, 60);
+}
+
+TEST(EyeSignalModelTest, SpontaneousBlinkingHasSkewedIntervalsDoubletsAndPartialBlinks) {
+    WearerProfile w = quietWearer();
+    w.blinkRatePerMin = 18;
+    w.blinkIntervalSpread = 0.8;
+    w.doubletShare = 0.1;
+    w.blinkPairShare = 0.05;
+    w.halfBlinkShare = 0.5;
+    w.squintsPerMin = 0;
+    EyeSignalModel model(w, 5, 0, true);
+    // A long run, sampled coarsely: only the labels are looked at.
+    for (int64_t t = 0; t < 40 * 60 * kSec; t += 31250 * 1000) model.sample(t);
+    std::vector<Label> labels;
+    model.takeLabels(INT64_MAX, &labels);
+    std::vector<Label> blinks;
+    int partial = 0;
+    for (const Label& l : labels) {
+        if (l.kind == LabelKind::Blink) blinks.push_back(l);
+        partial += l.kind == LabelKind::PartialBlink;
+    }
+    ASSERT_GT(blinks.size(), 500u);
+    std::vector<double> intervals;
+    int doublets = 0;
+    for (size_t i = 1; i < blinks.size(); ++i) {
+        const int64_t gap = blinks[i].startNs - blinks[i - 1].endNs;
+        EXPECT_GE(gap, 100 * kMs);  // the lid opens between two blinks
+        doublets += gap <= 350 * kMs;
+        intervals.push_back(static_cast<double>(blinks[i].startNs - blinks[i - 1].startNs) / kSec);
+    }
+    std::sort(intervals.begin(), intervals.end());
+    double mean = 0;
+    for (double x : intervals) mean += x;
+    mean /= static_cast<double>(intervals.size());
+    // Positively skewed: the mean well above the median; the rate near the
+    // wearer's, a doublet after about one blink in ten, half of them partial.
+    EXPECT_GT(mean, 1.2 * intervals[intervals.size() / 2]);
+    EXPECT_NEAR(60.0 / mean, w.blinkRatePerMin, 0.25 * w.blinkRatePerMin);
+    EXPECT_NEAR(static_cast<double>(doublets) / blinks.size(), 0.1, 0.04);
+    EXPECT_NEAR(static_cast<double>(partial) / blinks.size(), 0.5, 0.06);
 }
 
 TEST(EyeSignalModelTest, ScriptedGesturesHaveTheirShapeAndLabels) {
@@ -108,6 +149,8 @@ TEST(EyeSignalModelTest, ScriptedGesturesHaveTheirShapeAndLabels) {
     EXPECT_GT(winkRise, 180);
     EXPECT_GT(blinkRise, 50);
     EXPECT_GT(winkRise, blinkRise + 60);
+    // The blinks of a deliberate double blink are firmer than a spontaneous one.
+    EXPECT_GT(s.maxIn(14 * kSec, 16 * kSec) - static_cast<int>(open), blinkRise * 1.05);
     // The eye stays up at the screen for the length of its label, then returns.
     EXPECT_NEAR(s.meanIn(look.startNs + 500 * kMs, look.endNs - 200 * kMs), open + w.lookShift, 30);
     EXPECT_NEAR(s.meanIn(look.endNs + 800 * kMs, look.endNs + 1800 * kMs), open, 30);

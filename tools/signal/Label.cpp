@@ -21,6 +21,7 @@ const char* const kNames[] = {
         "HEAD_MOTION",
         "SLIP",
         "SQUINT",
+        "PARTIAL_BLINK",
 };
 
 const int kFirstAnnotation = static_cast<int>(LabelKind::HeadMotion);

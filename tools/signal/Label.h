@@ -23,6 +23,7 @@ enum class LabelKind {
     HeadMotion,
     Slip,
     Squint,
+    PartialBlink,  // beside the BLINK label of a blink that does not close the lid fully
 };
 
 const char* labelName(LabelKind kind);

@@ -21,18 +21,26 @@ struct WearerProfile {
     double driftSd = 25;         // slow baseline drift (sd of an Ornstein-Uhlenbeck process)
     double driftTauSec = 120;    // its time constant
 
+    // Which family of distributions the wearer was drawn from (0..2, see
+    // docs/signal-model.md); informational once drawn.
+    double variant = 0;
+
     // Spontaneous blinks.
     double blinkRatePerMin = 16;
-    double blinkMs = 200;          // mean duration
-    double blinkAmplitude = 90;    // mean rise of the reading at full closure
-    double longBlinkShare = 0.1;   // blinks of 300..400 ms
-    double halfBlinkShare = 0.15;  // partial closures at 30..60 % amplitude
-    double blinkPairShare = 0.05;  // blinks followed by another one 650..1100 ms later
+    double blinkIntervalSpread = 0.7;  // sd of the log of the interval between blinks
+    double blinkMs = 200;              // mean duration
+    double blinkAmplitude = 90;        // mean rise of the reading at full closure
+    double longBlinkShare = 0.1;       // slow blinks of 300..600 ms
+    double veryLongBlinkShare = 0.0;   // blinks of 0.6..1.4 s
+    double halfBlinkShare = 0.15;      // partial closures at 20..70 % amplitude
+    double doubletShare = 0.0;         // blinks followed by another after an open gap of 100..350 ms
+    double blinkPairShare = 0.05;      // blinks followed by another 0.35..0.9 s after they end (flurries)
 
     // Deliberate gestures.
     double winkMs = 480;            // mean wink duration
     double winkAmplitude = 200;     // mean wink rise; always stronger than a blink
     double doubleBlinkGapMs = 140;  // open time between the two blinks of a double blink
+    double doubleBlinkStrength = 1.3;  // a deliberate blink's rise over a spontaneous one's
     double lookShift = 90;          // level shift while looking at the screen (signed)
     double lookTransitionMs = 150;  // time the eye takes to move up or back
 
@@ -55,8 +63,9 @@ struct WearerProfile {
     double jitterMs = 0.7;          // sd of the sample-time jitter
     double sampleLossPerHour = 10;  // samples the hub skips
 
-    // A wearer drawn from a seed.
+    // A wearer drawn from a seed; the seed also picks one of the variants.
     static WearerProfile draw(uint64_t seed);
+    static constexpr int kVariants = 3;
 
     // Sets the field named `key` (the names of docs/signal-model.md, for
     // example "baseline" or "blink-rate"); false for an unknown key or a value
