@@ -41,11 +41,27 @@ HubFileSystem* HubFileSystem::self(fuse_req_t req) {
 
 int64_t HubFileSystem::simNowLocked() const {
     const auto wall = std::chrono::steady_clock::now() - mStart;
-    return static_cast<int64_t>(static_cast<double>(wall.count()) * mSpeed);
+    return static_cast<int64_t>(static_cast<double>(wall.count()) * mSpeed) - mHeldNs;
 }
 
 void HubFileSystem::advanceLocked() {
-    mSim->advanceTo(simNowLocked());
+    const int64_t target = simNowLocked();
+    if (!mPaced) {
+        mSim->advanceTo(target);
+        return;
+    }
+    // In steps shorter than a sample period, so the FIFO is checked before
+    // every packet; the time the hub could not go on is held back for good.
+    constexpr int64_t kStepNs = 10000000;
+    HubModel& hub = mSim->hub();
+    for (int64_t now = hub.simNow(); now < target;) {
+        if (hub.queuedPackets() + 2 >= PacketFifo::kCapacity) {
+            mHeldNs += target - now;
+            return;
+        }
+        now = std::min(target, now + kStepNs);
+        mSim->advanceTo(now);
+    }
 }
 
 bool HubFileSystem::interruptOf(const std::string& attribute, Interrupt* which) const {

@@ -40,6 +40,11 @@ public:
     HubFileSystem(std::unique_ptr<Simulation> sim, double speed, FILE* labelsOut);
     ~HubFileSystem();
 
+    // Paced: the hub clock holds while the packet FIFO is nearly full, so a
+    // reader that falls behind (a loaded machine) slows the run down instead
+    // of losing packets. Off by default: a real hub does not wait.
+    void setPaced(bool paced) { mPaced = paced; }
+
     static const fuse_lowlevel_ops* operations();
     void setSession(fuse_session* session) { mSession = session; }
 
@@ -118,6 +123,8 @@ private:
     std::mutex mLock;
     std::unique_ptr<Simulation> mSim;
     const double mSpeed;
+    bool mPaced = false;
+    int64_t mHeldNs = 0;  // hub time lost while paced
     const std::chrono::steady_clock::time_point mStart;
     const time_t mStartWall;
     FILE* mLabelsOut;

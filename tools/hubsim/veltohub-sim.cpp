@@ -103,12 +103,14 @@ int main(int argc, char** argv) {
     std::string firmwarePath, gazeEtc = tools::findInstalledData("gaze", VELTO_HUBSIM_GAZE_ETC);
     double speed = 1.0;
     int readyFd = -1;
-    bool verbose = false;
+    bool verbose = false, paced = false;
     app.add_option("--root", root, "Directory that stands in for / (empty or missing)")->required();
     auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Scenario file");
     app.add_option("--replay", replayFile, "Raw-data log to replay")->excludes(scenarioOpt);
     app.add_option("--speed", speed, "Hub clock rate relative to the wall clock")
             ->check(CLI::Range(0.001, 100000.0));
+    app.add_flag("--paced", paced,
+                 "Hold the hub clock while the data FIFO is nearly full instead of losing packets (for tests)");
     app.add_option("--control", controlPath, "Unix socket for control commands");
     app.add_option("--labels", labelsPath, "Write the ground-truth labels here");
     app.add_option("--firmware", firmwarePath, "Firmware image to ship (default: the build's)");
@@ -209,6 +211,7 @@ int main(int argc, char** argv) {
     const std::string mountPoint = SimRoot::mountPoint(absRoot);
 
     HubFileSystem fs(std::move(sim), speed, labelsOut);
+    fs.setPaced(paced);
     // auto_unmount: a helper unmounts even if this process is killed.
     // The subtype makes the type SimRoot::kFileSystemType.
     const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
