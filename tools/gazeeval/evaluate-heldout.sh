@@ -18,7 +18,7 @@ MODELS=etc/gaze
 [ $# -gt 0 ] && [ "$1" != "--" ] && { MODELS=$1; shift; }
 [ $# -gt 0 ] && [ "$1" = "--" ] && shift
 CORPUS=${HELDOUT_DIR:-${TMPDIR:-/tmp}/gaze-heldout-404}
-REAL=$(dirname "$0")/../../testdata/real-blinks
+REAL=$(cd "$(dirname "$0")/../.." && pwd)/testdata/real-blinks
 
 if [ ! -f "$CORPUS/wearers.info" ]; then
     "$BUILD/bin/gazesynth" --seed 404 --wearers 90 --minutes 30 --out "$CORPUS" >/dev/null
