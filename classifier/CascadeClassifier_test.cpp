@@ -291,6 +291,7 @@ TEST(CascadeClassifier, WrittenFileLoadsBackEqualAndCopiesCompare) {
     original.setFeatureFalloffThreshold(7.3f);
     const char path[] = "/data/system/gaze/test/written/detector.txt";
     ASSERT_TRUE(original.saveToFile(path));
+    EXPECT_FALSE(original.saveToFile("/data/system/gaze/test/written/detector.txt/below_a_file"));
     CascadeClassifier reloaded;
     ASSERT_TRUE(reloaded.loadFromFile(path));
     EXPECT_TRUE(original.equals(reloaded));

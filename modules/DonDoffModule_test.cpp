@@ -86,6 +86,9 @@ TEST(DonDoffModule, CalibrationRunsThroughTheCalibratorAndTheParameterFile) {
     EXPECT_EQ(FAILED, module.loadCalibration());
     EXPECT_TRUE(LogCapture::contains("Cannot change the dondoff thresholds when the detector is enabled!"));
     ASSERT_EQ(OK, module.stop());
+    sensor.failParameterAccess(true);  // the hub does not take the defaults
+    EXPECT_EQ(FAILED, module.clearCalibration());
+    sensor.failParameterAccess(false);
     EXPECT_EQ(OK, module.clearCalibration());
     EXPECT_EQ(450, sensor.params().donThreshold);
     EXPECT_EQ(OK, module.loadCalibration());

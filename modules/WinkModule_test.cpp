@@ -33,6 +33,7 @@ protected:
 };
 
 TEST_F(WinkModuleTest, ALowPowerWinkIsValidatedForFiftyTwoSamples) {
+    EXPECT_NE(std::string::npos, module.dump().find("Last prox event (secs): 0\nLast LP wink event (secs): 0\n"));  // never
     EXPECT_EQ(UNSUPPORTED, module.start(false, 5000));
     EXPECT_FALSE(module.isRunning());
     ASSERT_EQ(OK, module.start());

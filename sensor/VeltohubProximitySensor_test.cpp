@@ -203,6 +203,9 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
     EXPECT_FALSE(sensor.getDoffThreshold(&threshold));  // a zero threshold reads as a failure
     EXPECT_EQ(77, threshold);
     EXPECT_FALSE(sensor.getDonThreshold(nullptr));
+    unlink(PlainFileHub::attr("don_max_threshold").c_str());
+    EXPECT_FALSE(sensor.getDonMaxThreshold(&threshold));
+    PlainFileHub::set("don_max_threshold", "2000");
 
     MCUParams params;
     params.donThreshold = 1007;
@@ -268,6 +271,7 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     ASSERT_TRUE(sensor.setupPollingStructs());
     WinkCounter listener;
     sensor.addLowPowerWinkListener(&listener);
+    EXPECT_EQ("1", PlainFileHub::get("wink_enable"));  // the first one turns the hub's detector on
 
     // Every turn takes the event wake lock once and lets it go once.
     const std::string lockName = VeltohubProximitySensor::kEventWakeLockName;
