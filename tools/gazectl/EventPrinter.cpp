@@ -41,7 +41,7 @@ std::string EventPrinter::format(const Event& first, const Event& last, int coun
     char buf[160];
     const double at = static_cast<double>(first.endNanos - mStartNanos) * 1e-9;
     if (count > 1) {
-        snprintf(buf, sizeof(buf), "%10.3f  %s x%d in %.1f s (a burst, shown once)", at, name, count,
+        snprintf(buf, sizeof(buf), "%10.3f  %s x%d more within %.1f s (a burst, shown once)", at, name, count,
                  static_cast<double>(last.endNanos - first.endNanos) * 1e-9);
     } else {
         snprintf(buf, sizeof(buf), "%10.3f  %s", at, name);
