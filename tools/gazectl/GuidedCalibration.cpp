@@ -228,7 +228,7 @@ int GuidedCalibration::runLevels(const std::vector<Step>& steps, const LevelChec
         const auto now = std::chrono::steady_clock::now();
         if (count != lastCount) lastSample = now;
         lastCount = count;
-        if (now - lastSample > std::chrono::seconds(3)) {
+        if (now - lastSample > std::chrono::seconds(10)) {
             return abandon(tools::kExitFailed, "no readings arrive from the hub");
         }
         if (elapsed >= steps.back().untilSeconds) break;

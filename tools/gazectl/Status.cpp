@@ -174,7 +174,7 @@ json Status::gather() {
         status["wake_locks"] = locks;
     }
     status["hub"] = hub;
-    status["version"] = "0.12.1";
+    status["version"] = GazeService::kVersion.string();
     const std::string serial = Utils::getVeltoSerialNumber().string();
     status["serial"] = serial;
     json gestures = json::array();

@@ -5,6 +5,7 @@
 // Exit status: 0 success, 1 the operation failed (one line on stderr says
 // why), 2 bad usage, 130 interrupted. On every way out the detectors are
 // stopped, the hub is paused and not streaming, and no wake lock is held.
+#include <dirent.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,6 +16,7 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
+#include <set>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -173,8 +175,22 @@ int watch(GazeClient* client, const WatchOptions& options) {
     return status;
 }
 
+// The raw-data logs in the service's directory.
+std::set<std::string> rawLogs() {
+    std::set<std::string> names;
+    const std::string dir = Paths::resolve("/data/system/gaze").string();
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d)) {
+            if (strncmp(e->d_name, "prox_data_", 10) == 0) names.insert(dir + "/" + e->d_name);
+        }
+        closedir(d);
+    }
+    return names;
+}
+
 int record(GazeClient* client, double seconds) {
     G* service = client->service();
+    const std::set<std::string> before = rawLogs();
     if (!service->startLogging()) {
         fprintf(stderr, "gazectl: cannot start the raw-data log (run with --verbose or --log FILE for why)\n");
         return tools::kExitFailed;
@@ -199,6 +215,9 @@ int record(GazeClient* client, double seconds) {
     }
     // A log cut short by Ctrl-C is still a good log.
     if (!service->stopLogging() && status == tools::kExitOk) status = tools::kExitFailed;
+    for (const std::string& name : rawLogs()) {
+        if (before.count(name) == 0) printf("%s\n", name.c_str());
+    }
     return status;
 }
 
