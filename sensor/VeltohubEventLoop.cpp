@@ -72,6 +72,11 @@ void VeltohubProximitySensor::stopThread() {
         queueControlSignal_l(INTERRUPT_THREAD);
     }
     thread->join();
+    // The exiting thread drops its own reference to the thread object just
+    // after join() returns. Waiting for that (microseconds) makes the object
+    // die here, after join's synchronisation, and not on the exiting thread
+    // while this one may still touch it.
+    for (int i = 0; i < 10000 && thread->getStrongCount() > 2; ++i) usleep(100);
     android::Mutex::Autolock lock(mSensorLock);
     mThread.clear();
     mThreadRunning.store(false);
@@ -156,7 +161,17 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
         // the hub is still in the mode it was put in.
         now = android::uptimeMillis();
         if (mDeviceRetryAtMs < 0 || now < mDeviceRetryAtMs) checkHubState(now);
+        mNextSuspectCheckMs = now + kIdleCheckMillis;
         return true;
+    }
+    if (mHubStateSuspect.load()) {
+        // A write of ours failed while samples keep coming: no silence will
+        // trigger the check, so it runs on its own clock.
+        now = android::uptimeMillis();
+        if (now >= mNextSuspectCheckMs) {
+            checkHubState(now);
+            mNextSuspectCheckMs = now + kIdleCheckMillis;
+        }
     }
     for (int i = streaming ? 0 : 1; i < 4; ++i) {
         if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;

@@ -75,6 +75,7 @@ VeltohubProximitySensor::VeltohubProximitySensor()
       mWantPaused(true),
       mWantStreaming(false),
       mHubStateSuspect(false),
+      mNextSuspectCheckMs(0),
       mListenerCount(0),
       mLastHubClockNs(kUnknownClock),
       mStreamRestarted(true),

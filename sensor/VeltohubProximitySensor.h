@@ -261,6 +261,7 @@ protected:
     // A write of the hub's mode failed: keep checking it even with nobody
     // listening, until it is found as it should be.
     std::atomic<bool> mHubStateSuspect;
+    int64_t mNextSuspectCheckMs;
     // Listeners of all kinds, for the event thread's choice of time-out.
     std::atomic<int> mListenerCount;
     SampleClockMonitor mClockMonitor;

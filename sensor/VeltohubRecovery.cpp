@@ -192,6 +192,9 @@ void VeltohubProximitySensor::checkHubState(int64_t nowMs) {
     // A hub that forgot both its pause and its streaming has been reset, even
     // when its new clock has already run past the last sample.
     const bool reset = clockBack || (pauseLost && passthruLost);
+    // Only what a reset or a failed write of ours put wrong is put right: a
+    // single setting changed from outside the service is left as it is.
+    if (!reset && !mHubStateSuspect.load()) return;
 
     android::String8 rewritten;
     if (reset) {

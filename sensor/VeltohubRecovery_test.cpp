@@ -107,9 +107,13 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     EXPECT_TRUE(LogCapture::contains("Hub lost its settings (hub reset?; clock at 1 ns, was 9000000000 ns): "
                                      "don_threshold=612 written, pause=0 written, passthru_enable=1 written."));
 
-    // A hub as it should be is left alone, and says nothing.
+    // A hub as it should be is left alone, and says nothing; so is one
+    // setting changed from outside (no reset, no failed write of ours).
     LogCapture::clear();
     sensor.checkHubState(android::uptimeMillis() + 5000);
+    PlainFileHub::set("pause", "1");
+    sensor.checkHubState(android::uptimeMillis() + 10000);
+    EXPECT_EQ("1", PlainFileHub::get("pause"));
     EXPECT_TRUE(LogCapture::lines().empty());
 }
 

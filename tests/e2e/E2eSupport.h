@@ -17,6 +17,12 @@
 namespace velto {
 namespace e2e {
 
+// A still wearer: no spontaneous blinks, no noise, no drift.
+inline const char* stillWearer() {
+    return "spontaneous off\nwearer baseline 1200\nwearer noise 0\nwearer drift 0\n"
+           "wearer spikes-per-hour 0\nwearer sample-loss-per-hour 0\n";
+}
+
 // Simulator options for a scenario text at a clock speed.
 inline hubsim::HubSimProcess::Options scenario(const std::string& text, double speed) {
     hubsim::HubSimProcess::Options options;

@@ -24,8 +24,6 @@ using test::LogCapture;
 typedef GazeServiceInterface G;
 
 const double kSpeed = 2;
-const char kStill[] = "spontaneous off\nwearer baseline 1200\nwearer noise 0\nwearer drift 0\n"
-                      "wearer spikes-per-hour 0\nwearer sample-loss-per-hour 0\n";
 
 struct Client : public G::GazeListenerInterface {
     std::mutex lock;
@@ -104,7 +102,7 @@ bool doubleBlinkSeen(hubsim::HubSimProcess& sim, Client& client) {
 TEST_P(HubFault, TheServiceFindsItsWayBack) {
     const Fault& fault = GetParam();
     hubsim::HubSimProcess sim;
-    hubsim::HubSimProcess::Options options = e2e::scenario(kStill, kSpeed);
+    hubsim::HubSimProcess::Options options = e2e::scenario(e2e::stillWearer(), kSpeed);
     options.extraArgs = {"--gaze-etc", VELTO_E2E_DETECTORS};
     e2e::startHub(&sim, options);
     setenv("VELTOGAZE_SERIAL", "G0123", 1);
@@ -155,7 +153,7 @@ TEST_P(HubFault, TheServiceFindsItsWayBack) {
 // would report otherwise) and leaves the hub paused and not streaming.
 TEST(HubAtExit, AProcessEndingWithTheServiceRunningLeavesTheHubPaused) {
     hubsim::HubSimProcess sim;
-    hubsim::HubSimProcess::Options options = e2e::scenario(kStill, kSpeed);
+    hubsim::HubSimProcess::Options options = e2e::scenario(e2e::stillWearer(), kSpeed);
     options.extraArgs = {"--gaze-etc", VELTO_E2E_DETECTORS};
     e2e::startHub(&sim, options);
     const pid_t child = fork();

@@ -50,9 +50,7 @@ GazeService* startService(hubsim::HubSimProcess* sim, const std::string& scenari
     return service;
 }
 
-// A still wearer: no spontaneous blinks, no noise, no drift.
-const std::string kStill = "spontaneous off\nwearer baseline 1200\nwearer noise 0\nwearer drift 0\n"
-                           "wearer spikes-per-hour 0\nwearer sample-loss-per-hour 0\n";
+const std::string kStill = e2e::stillWearer();
 
 bool ok(const std::string& reply) { return reply.compare(0, 2, "OK") == 0; }
 
