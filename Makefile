@@ -4,7 +4,7 @@ BUILD   ?= build
 JOBS    ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure test bench sanitize asan tsan fuzz demo models clean format
+.PHONY: all deps configure test bench sanitize asan tsan fuzz demo models clean format soak
 
 all: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -33,6 +33,14 @@ tsan: deps
 	cmake -S . -B build-tsan -DVELTO_SANITIZE=thread -DVELTO_BUILD_BENCH=OFF
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" ctest --output-on-failure -j$(JOBS)
+
+# An hour of hub time with every gesture, logging, dumps, calibrations,
+# master-enable toggles and hub faults; fails when memory or descriptors grow
+# or a sample is lost. Not part of the test suite (a few minutes of wall time).
+SOAK_ARGS ?= --hub-minutes 60 --speed 20
+soak: configure
+	cmake --build $(BUILD) -j$(JOBS) --target gaze_soak veltohub-sim
+	$(BUILD)/bin/gaze_soak $(SOAK_ARGS)
 
 # The service on the built-in simulator: a guided tour with a simulated wearer.
 demo: all
