@@ -137,5 +137,14 @@ TEST_F(WinkModuleTest, CalibrationTakesTheWholeStream) {
     EXPECT_TRUE(LogCapture::contains("... done loading calibration."));
 }
 
+TEST(WinkModule, TheServicesModuleStartsWithNothingSeenAndWithoutItsDetectorCannotStart) {
+    test::ScopedLogCapture capture;
+    test::FakeProximitySensor sensor;
+    WinkModule module(&sensor);  // no detector files under this root
+    EXPECT_TRUE(LogCapture::contains("Failed to create a wink detector!  The module will be invalid!", ANDROID_LOG_ERROR));
+    EXPECT_NE(std::string::npos, module.dump().find("Last prox event (secs): 0\nLast LP wink event (secs): 0\n"));
+    EXPECT_EQ(FAILED, module.start());
+}
+
 }  // namespace
 }  // namespace velto
