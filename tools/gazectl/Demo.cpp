@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cmath>
 #include <sstream>
 
@@ -42,17 +43,30 @@ void Demo::say(const char* format, ...) const {
 }
 
 bool Demo::waitForHubTime(int64_t hubNs) {
-    const int64_t ahead = std::max<int64_t>(0, hubNs - mTap->newestNs());
-    // Ten times the wall time it should take, and ten seconds more: only a
-    // hub that stopped sending (or a stalled service) runs into it.
-    const int timeoutMs = static_cast<int>(std::min(600000.0, 10.0 * ahead * 1e-6 / mOptions.speed + 10000.0));
-    if (mTap->waitUntil(hubNs, timeoutMs)) return true;
-    if (!mLate) say("  (the service stopped receiving samples from the hub; the tour goes on without them)");
-    mLate = true;
+    if (mLate) return false;
+    // Gives up only when no sample at all arrives for ten seconds of wall
+    // time (the hub is gone or the service is stuck); a slow machine merely
+    // makes the samples come later. In short steps, so that Ctrl-C is heard.
+    int64_t seen = mTap->newestNs();
+    auto lastProgress = std::chrono::steady_clock::now();
+    while (!interrupted()) {
+        if (mTap->waitUntil(hubNs, 100)) return true;
+        const auto now = std::chrono::steady_clock::now();
+        const int64_t newest = mTap->newestNs();
+        if (newest != seen) {
+            seen = newest;
+            lastProgress = now;
+        } else if (now - lastProgress > std::chrono::seconds(10)) {
+            say("  (the service stopped receiving samples from the hub; the tour ends without them)");
+            mLate = true;
+            break;
+        }
+    }
     return false;
 }
 
 bool Demo::sim(const std::string& command, int64_t* startNs, int64_t* endNs) {
+    if (interrupted() || mLate) return false;
     const std::string reply = mSim->command(command);
     if (reply.compare(0, 2, "OK") != 0) return false;
     if (startNs == nullptr) return true;
@@ -87,7 +101,7 @@ int Demo::run() {
     static SampleTap* tap = new SampleTap();
     mTap = tap;
     sensor->addProxDataListener(mTap);
-    say("== libveltogaze demo: a simulated wearer, the real service");
+    say("== libveltogaze demo: a simulated wearer, the real service (the hub runs at %gx)", mOptions.speed);
     if (!mTap->waitUntil(0, 20000)) {
         fprintf(stderr, "gazectl: the hub sends no samples\n");
         sensor->removeProxDataListener(mTap);
@@ -103,6 +117,7 @@ int Demo::run() {
     bool calibrated = calibrateDonDoff();
     calibrated = calibrateWink() && calibrated;
     calibrated = calibrateLookAtScreen() && calibrated;
+    if (interrupted() || mLate) return abandon(sensor);
 
     say("\n== Detection: every detector running, the wearer blinking as people do");
     say("  (the hub reports at once that the device is on the head)");
@@ -110,7 +125,7 @@ int Demo::run() {
     for (EyeGesture g : {G::DON, G::WINK, G::DOUBLE_BLINK, G::LOOK_AT_SCREEN}) {
         if (!service->startGestureDetector(g, false, -1)) say("  cannot start the %s detector", GazeClient::name(g));
     }
-    mClient->waitForEvent(G::DON, initial, 10000);
+    if (!interrupted()) mClient->waitForEvent(G::DON, initial, 10000);
     // The initial DON is the state at the start, not a detection to score.
     const int64_t fromNs = mTap->newestNs() + 1;
     pause(2.0);
@@ -128,6 +143,8 @@ int Demo::run() {
     const int64_t toNs = mTap->newestNs();
     for (EyeGesture g : {G::DON, G::WINK, G::DOUBLE_BLINK, G::LOOK_AT_SCREEN}) service->stopGestureDetector(g);
 
+    if (interrupted() || mLate) return abandon(sensor);
+
     say("\n== Raw-data logging");
     record();
     service->stop();
@@ -136,6 +153,14 @@ int Demo::run() {
 
     finish(fromNs, toNs);
     return calibrated && !mLate ? 0 : 1;
+}
+
+int Demo::abandon(VeltohubProximitySensor* sensor) {
+    mClient->service()->stop();
+    sensor->removeProxDataListener(mTap);
+    mClient->setPrinter(nullptr);
+    say(interrupted() ? "\n== Interrupted: no verdict" : "\n== The hub went away: no verdict");
+    return interrupted() ? 130 : 1;
 }
 
 void Demo::finish(int64_t fromNs, int64_t toNs) {
@@ -179,6 +204,8 @@ bool Demo::calibrateDonDoff() {
     if (sim("doff", &start, &end)) waitForHubTime(end + 2500000000LL);
     if (sim("don", &start, &end)) waitForHubTime(end + 2500000000LL);
     service->endCalibrationIntervalForGesture(G::DON);
+    // A tour cut short saves nothing.
+    if (interrupted() || mLate) return false;
     const bool saved = service->applyAndSaveCalibrationForGesture(G::DON);
     say("  %s", saved ? "don/doff thresholds calibrated and written to the hub" : "don/doff calibration failed");
     return saved;
@@ -203,6 +230,7 @@ bool Demo::calibrateWink() {
     }
     const bool complete = service->isCalibrationCompleteForGesture(G::WINK);
     service->endCalibrationIntervalForGesture(G::WINK);
+    if (interrupted() || mLate) return false;
     const bool saved = complete && service->applyAndSaveCalibrationForGesture(G::WINK);
     say("  %s", saved ? "wink calibrated; the hub's low-power detector now looks for this wearer's winks"
                       : "wink calibration failed");
@@ -217,6 +245,7 @@ bool Demo::calibrateLookAtScreen() {
     int64_t start = 0, end = 0;
     if (sim("look 4s", &start, &end)) waitForHubTime(end + 2000000000LL);
     service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN);
+    if (interrupted() || mLate) return false;
     const bool saved = service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN) &&
                        service->loadCalibrationForGesture(G::LOOK_AT_SCREEN);
     say("  %s", saved ? "look-at-screen threshold calibrated" : "look-at-screen calibration failed");
@@ -224,6 +253,7 @@ bool Demo::calibrateLookAtScreen() {
 }
 
 void Demo::perform(const std::string& action, EyeGesture expected, double restSeconds) {
+    if (interrupted() || mLate) return;
     say("  wearer: %s", action.c_str());
     int64_t start = 0, end = 0;
     if (!sim(action, &start, &end)) {

@@ -1,6 +1,7 @@
 #ifndef VELTO_GAZECTL_DEMO_H
 #define VELTO_GAZECTL_DEMO_H
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -12,13 +13,17 @@
 #include "tools/hubsim/ControlClient.h"
 
 namespace velto {
+class VeltohubProximitySensor;
+
 namespace gazectl {
 
 struct DemoOptions {
-    double speed = 1.0;       // the simulator's --speed: how fast hub time runs
+    double speed = 1.0;       // the simulator's --speed, for the narration (everything waits on hub time)
     std::string svgPath;      // where the timeline goes ("" for none)
     std::string labelsPath;   // the simulator's --labels file, drawn on the timeline
     bool json = false;        // the table as JSON on stdout, the narration on stderr
+    // Set by Ctrl-C: the tour stops waiting and ends without a verdict.
+    const std::atomic<bool>* interrupted = nullptr;
 };
 
 // A guided tour of the service on the simulator: the simulated wearer is
@@ -37,7 +42,8 @@ public:
 
 private:
     // Waits until the library has received samples up to `hubNs`; false
-    // (said once) when they do not come within a generous wall-clock bound.
+    // (said once) when they do not come within a generous wall-clock bound,
+    // and at once after that or after Ctrl-C.
     bool waitForHubTime(int64_t hubNs);
     // Waits `seconds` of hub time from the newest sample on.
     bool pause(double seconds) { return waitForHubTime(mTap->newestNs() + static_cast<int64_t>(seconds * 1e9)); }
@@ -52,6 +58,9 @@ private:
     void record();
     void onEvent(const GestureEvent& event);
     void finish(int64_t fromNs, int64_t toNs);
+    // Ends the tour early (Ctrl-C, or no more samples): the service stopped,
+    // no verdict; the exit status.
+    int abandon(VeltohubProximitySensor* sensor);
     void say(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
     GazeClient* mClient;
@@ -59,6 +68,7 @@ private:
     DemoOptions mOptions;
     SampleTap* mTap = nullptr;
     bool mLate = false;
+    bool interrupted() const { return mOptions.interrupted != nullptr && mOptions.interrupted->load(); }
     std::vector<ExpectedGesture> mExpected;
     mutable std::mutex mLock;  // guards mDetections, filled on the sensor thread
     std::vector<DemoDetection> mDetections;

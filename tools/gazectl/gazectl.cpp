@@ -382,6 +382,7 @@ int main(int argc, char** argv) {
             fprintf(stderr, "gazectl: %s\n", error.c_str());
             status = tools::kExitFailed;
         } else {
+            demo.interrupted = &gInterrupted;
             status = Demo(client.get(), &sim, demo).run();
         }
     } else {
