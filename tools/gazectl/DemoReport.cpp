@@ -58,6 +58,7 @@ DemoResult scoreDemo(const std::vector<ExpectedGesture>& expected, const std::ve
     for (int g = 0; g < G::NUM_EYE_GESTURES; ++g) {
         gazetools::ScoringPlan plan;
         plan.fromNs = fromNs;
+        if (g == G::LOOK_AT_SCREEN) plan.slackNs = gazetools::kLookMatchSlackNs;
         std::vector<size_t> rowOf;
         for (size_t i = 0; i < expected.size(); ++i) {
             if (expected[i].gesture != g) continue;

@@ -30,8 +30,8 @@ struct DemoDetection {
 
 // The demo's verdict, all in hub time. A detection matches the earliest
 // unmatched expected gesture of its kind that it falls in (from the start to
-// one second after the end), as gazeeval scores; every other detection
-// between fromNs and toNs is false.
+// one second after the end; for a look, a quarter second), as gazeeval
+// scores; every other detection between fromNs and toNs is false.
 struct DemoResult {
     struct Row {
         ExpectedGesture expected;

@@ -28,6 +28,7 @@ DemoResult sampleResult() {
             {G::DOUBLE_BLINK, 11 * kSec + 550 * kMs},      // the same one again: false
             {G::WINK, 25 * kSec + 700 * kMs},              // in the double blink's span, wrong gesture
             {G::LOOK_AT_SCREEN, 18 * kSec + 800 * kMs},    // while the look lasts
+            {G::LOOK_AT_SCREEN, 21 * kSec + 300 * kMs},    // after the wearer looked back: false
             {G::WINK, 14 * kSec + 100 * kMs},              // out of order: the service's order is not sorted
             {G::DOUBLE_BLINK, 40 * kSec},                  // after the scored period
     };
@@ -46,23 +47,24 @@ TEST(DemoReportTest, MatchesEachGestureOnceByKindAndCountsTheRestFalse) {
     EXPECT_FALSE(r.rows[3].detected);
     EXPECT_EQ(3, r.detectedCount());
 
-    ASSERT_EQ(2u, r.falseDetections.size());
+    ASSERT_EQ(3u, r.falseDetections.size());
     EXPECT_EQ(G::DOUBLE_BLINK, r.falseDetections[0].gesture);
     EXPECT_EQ(11 * kSec + 550 * kMs, r.falseDetections[0].hubNs);
-    EXPECT_EQ(G::WINK, r.falseDetections[1].gesture);
+    EXPECT_EQ(G::LOOK_AT_SCREEN, r.falseDetections[1].gesture);
+    EXPECT_EQ(G::WINK, r.falseDetections[2].gesture);
 }
 
 TEST(DemoReportTest, TableJsonAndTimelineTellTheSameStory) {
     const DemoResult r = sampleResult();
     const std::string table = formatDemoTable(r, 5 * kSec);
     EXPECT_NE(std::string::npos, table.find("MISSED"));
-    EXPECT_NE(std::string::npos, table.find("3 of 4 gestures detected; 2 false detections"));
+    EXPECT_NE(std::string::npos, table.find("3 of 4 gestures detected; 3 false detections"));
     EXPECT_NE(std::string::npos, table.find("DOUBLE_BLINK at 6.55 s"));
 
     const nlohmann::json j = nlohmann::json::parse(formatDemoJson(r, 5 * kSec, "/tmp/t.svg"));
     EXPECT_EQ(4, j["expected"]);
     EXPECT_EQ(3, j["detected"]);
-    EXPECT_EQ(2u, j["false_detections"].size());
+    EXPECT_EQ(3u, j["false_detections"].size());
     EXPECT_EQ("/tmp/t.svg", j["timeline_svg"]);
     EXPECT_DOUBLE_EQ(5.0, j["gestures"][0]["start_s"].get<double>());
     EXPECT_EQ("start", j["gestures"][2]["latency_from"]);
