@@ -85,6 +85,14 @@ std::vector<uint8_t> HubFileSystem::takePacketsLocked(size_t size) {
 
 void HubFileSystem::collectLocked(Outbox* out) {
     HubModel& hub = mSim->hub();
+    // Pollers and parked readers learn of a new packet below, right now.
+    if (mReadableLog != nullptr && hub.newestQueuedTimestamp() > mLastReadable) {
+        mLastReadable = hub.newestQueuedTimestamp();
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        fprintf(mReadableLog, "%llu %lld\n", static_cast<unsigned long long>(mLastReadable),
+                static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec);
+    }
     for (auto it = mParked.begin(); it != mParked.end();) {
         if (it->armed && it->interrupted) {
             out->errors.emplace_back(it->req, EINTR);

@@ -38,6 +38,11 @@ namespace hubsim {
 class HubFileSystem {
 public:
     HubFileSystem(std::unique_ptr<Simulation> sim, double speed, FILE* labelsOut);
+
+    // Writes "HUB_NS MONOTONIC_NS" whenever packets become readable: the
+    // newest one's hub time stamp and the CLOCK_MONOTONIC time, so a client
+    // can time the way from the device to its callback. Off when null.
+    void setReadableLog(FILE* out) { mReadableLog = out; }
     ~HubFileSystem();
 
     // Paced: the hub clock holds while the packet FIFO is nearly full, so a
@@ -134,6 +139,8 @@ private:
     uint64_t mNextHandle = 1;
     std::deque<ParkedRead> mParked;
     uint64_t mNotified[2] = {0, 0};  // interrupt counts already announced to pollers
+    FILE* mReadableLog = nullptr;
+    uint64_t mLastReadable = 0;  // time stamp of the last packet written to it
 };
 
 }  // namespace hubsim

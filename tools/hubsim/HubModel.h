@@ -74,6 +74,7 @@ public:
     // The driver flushes its FIFO when the device is opened.
     void onDeviceOpen();
     size_t queuedPackets() const { return mFifo.size(); }
+    uint64_t newestQueuedTimestamp() const { return mFifo.newestTimestamp(); }
     // Moves up to `max` packets, as bytes, into `out`.
     size_t takePackets(size_t max, std::vector<uint8_t>* out);
     // True once per read that a partial-packet fault should cut short.

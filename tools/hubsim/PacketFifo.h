@@ -31,6 +31,8 @@ public:
     size_t take(size_t max, std::vector<uint8_t>* out);
     void clear() { mPackets.clear(); }
     size_t size() const { return mPackets.size(); }
+    // The time stamp of the packet queued last; 0 when empty.
+    uint64_t newestTimestamp() const { return mPackets.empty() ? 0 : mPackets.back().timestampNs; }
     uint64_t overflows() const { return mOverflows; }
 
 private:

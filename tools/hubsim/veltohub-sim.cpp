@@ -2,7 +2,7 @@
 // unmodified. See docs/hubsim.md.
 //
 //   veltohub-sim --root DIR [--scenario FILE | --replay LOG] [--speed X]
-//                [--control SOCKET] [--labels OUT]
+//                [--control SOCKET] [--labels OUT] [--readable-log OUT]
 //
 // Exit status: 0 after a clean shutdown (SIGTERM, SIGHUP, "quit"), 130 after
 // SIGINT (also unmounted cleanly), 1 when the root cannot be used or the mount
@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
 
     CLI::App app{"Simulated Veltohub sensor hub (FUSE)."};
-    std::string root, scenarioFile, replayFile, controlPath, labelsPath;
+    std::string root, scenarioFile, replayFile, controlPath, labelsPath, readablePath;
     // Installed, the shipped files are in ../share/veltogaze beside the
     // program; in the build tree, the build's image and the source's files.
     std::string firmwarePath, gazeEtc = tools::findInstalledData("gaze", VELTO_HUBSIM_GAZE_ETC);
@@ -113,6 +113,8 @@ int main(int argc, char** argv) {
                  "Hold the hub clock while the data FIFO is nearly full instead of losing packets (for tests)");
     app.add_option("--control", controlPath, "Unix socket for control commands");
     app.add_option("--labels", labelsPath, "Write the ground-truth labels here");
+    app.add_option("--readable-log", readablePath,
+                   "Write \"HUB_NS MONOTONIC_NS\" when packets become readable (for latency benchmarks)");
     app.add_option("--firmware", firmwarePath, "Firmware image to ship (default: the build's)");
     app.add_option("--gaze-etc", gazeEtc, "Directory of detector files to copy to system/etc/gaze");
     app.add_option("--ready-fd", readyFd, "Write \"ready\" to this descriptor once mounted");
@@ -195,6 +197,16 @@ int main(int argc, char** argv) {
         fflush(labelsOut);
     }
 
+    FILE* readableOut = nullptr;
+    if (!readablePath.empty()) {
+        readableOut = fopen(readablePath.c_str(), "w");
+        if (readableOut == nullptr) {
+            fprintf(stderr, "veltohub-sim: cannot write %s\n", readablePath.c_str());
+            if (labelsOut != nullptr) fclose(labelsOut);
+            return 1;
+        }
+    }
+
     // On the side: looking at another simulator's mount waits for it, and a
     // stopped one would hold up this start.
     quietThread([] {
@@ -212,6 +224,7 @@ int main(int argc, char** argv) {
 
     HubFileSystem fs(std::move(sim), speed, labelsOut);
     fs.setPaced(paced);
+    fs.setReadableLog(readableOut);
     // auto_unmount: a helper unmounts even if this process is killed.
     // The subtype makes the type SimRoot::kFileSystemType.
     const char* fuseArgv[] = {argv[0], "-o", "auto_unmount,fsname=veltohub,subtype=veltohub-sim"};
@@ -296,6 +309,7 @@ int main(int argc, char** argv) {
     fuse_session_destroy(se);
     SimRoot::depopulate(absRoot);
     if (labelsOut != nullptr) fclose(labelsOut);
+    if (readableOut != nullptr) fclose(readableOut);
     if (verbose) fprintf(stderr, "veltohub-sim: unmounted %s\n", mountPoint.c_str());
     if (!ok) return 1;
     return gStopSignal.load() == SIGINT ? tools::kExitInterrupted : tools::kExitOk;
