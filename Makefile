@@ -4,7 +4,7 @@ BUILD   ?= build
 JOBS    ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure test bench sanitize asan tsan fuzz demo models clean format soak
+.PHONY: all deps configure test bench bench-e2e sanitize asan tsan fuzz demo models clean format soak
 
 all: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -18,8 +18,18 @@ configure: deps
 test: all
 	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 
+# The Google Benchmark programs; the end-to-end ones run under bench-e2e.
 bench: all
-	@set -e; for b in $(BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2; done
+	@set -e; for b in $(BUILD)/bin/bench_*; do \
+	  case $$b in *bench_e2e*) continue;; esac; \
+	  echo "== $$b"; $$b --benchmark_min_time=0.2; done
+
+# The service end to end against veltohub-sim at 32 Hz (about 90 s), then the
+# instructions per sample of each module under callgrind. Not in CI.
+bench-e2e: configure
+	cmake --build $(BUILD) -j$(JOBS) --target bench_e2e bench_e2e_path veltohub-sim
+	$(BUILD)/bin/bench_e2e
+	bench/e2e/instructions.sh $(BUILD)
 
 # ASan+UBSan and TSan builds, each running the whole test suite.
 sanitize: asan tsan
