@@ -54,7 +54,9 @@ struct Winks : public ProximitySensorInterface::LowPowerWinkListener {
 
 TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistered) {
     hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer sample-loss-per-hour 0\n", 4));
+    // At the real rate the hub's FIFO holds 2 s: a loaded machine may stall
+    // this process that long before packets are lost.
+    startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer sample-loss-per-hour 0\n", 1));
     VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
     ASSERT_NE(nullptr, sensor);
     EXPECT_EQ(VeltohubProximitySensor::getInstance(), sensor);
@@ -137,7 +139,9 @@ TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
 
 TEST(SensorScenario, FlushDropsTheHistory) {
     hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 8));
+    // At the real rate, so that a second of history is still in the ring
+    // however late a loaded machine lets the event thread read.
+    startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer sample-loss-per-hour 0\n", 1));
     VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
     ASSERT_NE(nullptr, sensor);
 
@@ -148,18 +152,28 @@ TEST(SensorScenario, FlushDropsTheHistory) {
     sensor->addProxDataListener(&replayed, 1000);
     ASSERT_TRUE(waitFor([&] { return replayed.count() >= 40; }));
     const std::vector<ProxData> first = replayed.copy();
-    // A second of history replays about 32 samples older than the listener, in
-    // order. A live sample can overtake the replay (and come again within it)
-    // when the listener joins while that sample is being delivered; from the
-    // oldest replayed sample on, the stream is in order.
+    // A second of history replays the samples after the listener's horizon,
+    // in order: about 32, fewer when the event thread was late to read the
+    // newest ones, so the check is that the replay reaches back to the
+    // horizon. A live sample can overtake the replay (and come again within
+    // it) when the listener joins while that sample is being delivered; from
+    // the oldest replayed sample on, the stream is in order.
     int history = 0;
-    for (const test::LogLine& l : LogCapture::lines())
+    long long horizon = 0;
+    for (const test::LogLine& l : LogCapture::lines()) {
+        long long ms = 0, now = 0, h = 0;
         sscanf(l.message.c_str(), "Streaming %d historical data packets to listener.", &history);
-    EXPECT_GE(history, 25);
+        if (sscanf(l.message.c_str(), "Streaming historical data for %lld ms.  deviceNowNs = %lld   deviceHorizonNs = %lld",
+                   &ms, &now, &h) == 3 && ms == 1000)
+            horizon = h;
+    }
+    EXPECT_GE(history, 1);
     const auto oldest = std::min_element(first.begin(), first.end(), [](const ProxData& x, const ProxData& y) {
         return x.mTimestampNanos < y.mTimestampNanos;
     });
     EXPECT_LE(oldest - first.begin(), 2);
+    EXPECT_GT(oldest->mTimestampNanos, horizon);
+    EXPECT_LT(oldest->mTimestampNanos, horizon + 40000000) << "one sample period (31.25 ms) and jitter";
     for (auto it = oldest + 1; it != first.end(); ++it) EXPECT_LT((it - 1)->mTimestampNanos, it->mTimestampNanos);
 
     sensor->flush();
@@ -196,7 +210,7 @@ TEST(SensorScenario, TheEventThreadWaitsFifteenSecondsBeforeItsFirstTurn) {
     sleep(13);
     EXPECT_EQ(0u, samples.count());
     EXPECT_EQ("0", value(sim.command("get passthru_enable")));  // the queued start has not run
-    ASSERT_TRUE(waitFor([&] { return samples.count() > 0; }, 8000));
+    ASSERT_TRUE(waitFor([&] { return samples.count() > 0; }, 30000));
     const double waited =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_GE(waited, 15.0);
