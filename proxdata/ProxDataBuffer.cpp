@@ -2,7 +2,10 @@
 
 #include <log/log.h>
 
+#include <stdio.h>
+
 #include <algorithm>
+#include <vector>
 
 namespace velto {
 
@@ -32,13 +35,26 @@ void ProxDataBuffer::dump(android::String8& out) const {
 void ProxDataBuffer::log(int fromDelay, int toDelay) const {
     const int from = std::max(fromDelay, 0);
     const int to = std::min(toDelay, getNumPackets());
-    android::String8 text("Led0: ");
-    for (int d = from; d < to; ++d) text.appendFormat("%u ", getRecordAtDelay(d).mProxData.mData & ProxData::kValueMask);
-    text.append("\nTimestamps (ns): ");
+    const size_t count = to > from ? static_cast<size_t>(to - from) : 0;
+    // The wink module logs its 52-sample window at the end of every
+    // validation. One buffer sized for the longest text (a 14-bit value of at
+    // most 5 digits and a 64-bit time stamp of at most 20 characters, each
+    // with its blank) replaces a reallocation and a double format per number.
+    static const char kValues[] = "Led0: ";
+    static const char kTimes[] = "\nTimestamps (ns): ";
+    std::vector<char> text(sizeof(kValues) + sizeof(kTimes) + count * (6 + 21));
+    char* p = text.data();
+    char* const end = p + text.size();
+    p += snprintf(p, static_cast<size_t>(end - p), "%s", kValues);
     for (int d = from; d < to; ++d) {
-        text.appendFormat("%lld ", static_cast<long long>(getRecordAtDelay(d).mProxData.mTimestampNanos));
+        p += snprintf(p, static_cast<size_t>(end - p), "%u ", getRecordAtDelay(d).mProxData.mData & ProxData::kValueMask);
     }
-    __android_log_print(ANDROID_LOG_INFO, "GazeService:ProxDataBuffer", "%s", text.string());
+    p += snprintf(p, static_cast<size_t>(end - p), "%s", kTimes);
+    for (int d = from; d < to; ++d) {
+        p += snprintf(p, static_cast<size_t>(end - p), "%lld ",
+                      static_cast<long long>(getRecordAtDelay(d).mProxData.mTimestampNanos));
+    }
+    __android_log_print(ANDROID_LOG_INFO, "GazeService:ProxDataBuffer", "%s", text.data());
 }
 
 }  // namespace velto

@@ -66,6 +66,15 @@ TEST(ProxDataBuffer, LogClampsTheDelayRange) {
     EXPECT_TRUE(test::LogCapture::contains("Led0: 30 20 10 \nTimestamps (ns): 3000 2000 1000 ", ANDROID_LOG_INFO,
                                            "GazeService:ProxDataBuffer"))
             << test::LogCapture::dump();
+
+    // The widest numbers fill a full buffer without being cut.
+    for (int i = 0; i < 8; ++i) buffer.addPacket(ProxData(0xFFFF, INT64_MIN), -1);
+    buffer.log(0, 8);
+    std::string wide = "Led0: ";
+    for (int i = 0; i < 8; ++i) wide += "16383 ";
+    wide += "\nTimestamps (ns): ";
+    for (int i = 0; i < 8; ++i) wide += "-9223372036854775808 ";
+    EXPECT_TRUE(test::LogCapture::contains(wide.c_str(), ANDROID_LOG_INFO, "GazeService:ProxDataBuffer"));
 }
 
 }  // namespace
