@@ -24,11 +24,13 @@ bench: all
 	  case $$b in *bench_e2e*) continue;; esac; \
 	  echo "== $$b"; $$b --benchmark_min_time=0.2; done
 
-# The service end to end against veltohub-sim at 32 Hz (about 90 s), then the
-# instructions per sample of each module under callgrind. Not in CI.
+# The service end to end against veltohub-sim at 32 Hz (about 90 s), the same
+# on plain kernel files (no FUSE), then the instructions per sample of each
+# module under callgrind. Not in CI.
 bench-e2e: configure
-	cmake --build $(BUILD) -j$(JOBS) --target bench_e2e bench_e2e_path veltohub-sim
+	cmake --build $(BUILD) -j$(JOBS) --target bench_e2e bench_e2e_path bench_e2e_plain veltohub-sim
 	$(BUILD)/bin/bench_e2e
+	$(BUILD)/bin/bench_e2e_plain
 	bench/e2e/instructions.sh $(BUILD)
 
 # ASan+UBSan and TSan builds, each running the whole test suite.

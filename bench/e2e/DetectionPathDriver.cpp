@@ -6,9 +6,10 @@
 //
 //   bench_e2e_path --module double-blink|look-at-screen|wink [--seconds S]
 //
-// Prints "MODULE SAMPLES DELIVERED DETECTIONS": the samples streamed, those
-// the module received (the wink module only listens in high-power mode) and
-// the gestures it reported.
+// Prints "MODULE SAMPLES DELIVERED DETECTIONS ALLOCATIONS": the samples
+// streamed, those the module received (the wink module only listens in
+// high-power mode), the gestures it reported and the heap allocations of the
+// path after its first 10 s.
 #include <android/log.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,14 +18,15 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cstdio>
-#include <deque>
 #include <string>
 #include <vector>
 
+#include "bench/AllocationCounter.h"
 #include "modules/DoubleBlinkModule.h"
 #include "modules/LookAtScreenModule.h"
 #include "modules/WinkModule.h"
 #include "service/GazeService.h"
+#include "tools/cli/ToolCli.h"
 #include "tools/gazeeval/ReplaySensor.h"
 #include "tools/signal/EyeSignalModel.h"
 
@@ -48,8 +50,9 @@ public:
     void addProxDataListener(ProxDataListener* l) override { mListeners.push_back(l); }
     void addProxDataListener(ProxDataListener* l, long long historyMs) override {
         mListeners.push_back(l);
-        if (historyMs >= 1 && !mHistory.empty()) {
-            mReplays.push_back({l, mHistory.back().mTimestampNanos - historyMs * 1000000});
+        if (historyMs >= 1 && mHistoryCount > 0) {
+            const ProxData& newest = mHistory[(mHistoryNext + kHistory - 1) % kHistory];
+            mReplays.push_back({l, newest.mTimestampNanos - historyMs * 1000000});
         }
     }
     void removeProxDataListener(ProxDataListener* l) override {
@@ -60,20 +63,27 @@ public:
             }
         }
     }
-    // Returns how many samples listeners received, replays included.
+    PathSensor() {
+        mListeners.reserve(4);
+        mReplays.reserve(4);
+    }
+
+    // Returns how many samples listeners received, replays included. Keeps
+    // to storage reserved up front, so that only the module allocates.
     size_t deliver(const ProxData& sample) {
         size_t n = 0;
-        std::vector<Replay> replays;
-        replays.swap(mReplays);
-        for (const Replay& r : replays) {
-            for (const ProxData& old : mHistory) {
+        for (const Replay& r : mReplays) {
+            for (size_t k = 0; k < mHistoryCount; ++k) {
+                const ProxData& old = mHistory[(mHistoryNext + kHistory - mHistoryCount + k) % kHistory];
                 if (old.mTimestampNanos <= r.horizonNs) continue;
                 r.listener->onProxData(old);
                 ++n;
             }
         }
-        mHistory.push_back(sample);
-        if (mHistory.size() > kHistory) mHistory.pop_front();
+        mReplays.clear();
+        mHistory[mHistoryNext] = sample;
+        mHistoryNext = (mHistoryNext + 1) % kHistory;
+        if (mHistoryCount < kHistory) ++mHistoryCount;
         const size_t listeners = mListeners.size();
         for (size_t i = 0; i < listeners && i < mListeners.size(); ++i, ++n) mListeners[i]->onProxData(sample);
         return n;
@@ -87,7 +97,9 @@ private:
     };
     std::vector<ProxDataListener*> mListeners;
     std::vector<Replay> mReplays;
-    std::deque<ProxData> mHistory;
+    ProxData mHistory[kHistory];
+    size_t mHistoryNext = 0;
+    size_t mHistoryCount = 0;
 };
 
 struct Counter : public G::GazeListenerInterface {
@@ -155,7 +167,9 @@ int main(int argc, char** argv) {
             ->required()
             ->check(CLI::IsMember({"double-blink", "look-at-screen", "wink"}));
     app.add_option("--seconds", seconds, "Length of the stream")->check(CLI::Range(30.0, 36000.0));
-    CLI11_PARSE(app, argc, argv);
+    tools::addVersionFlag(app, "bench_e2e_path");
+    const int parsed = tools::parseCommandLine(app, "bench_e2e_path", argc, argv);
+    if (parsed >= 0) return parsed;
 
     __android_log_set_logger(dropLogLine);
     std::string root;
@@ -201,6 +215,9 @@ int main(int argc, char** argv) {
     }
     const int before = counter->count.load();
     size_t delivered = 0, nextWink = 0;
+    // Allocations are counted after the windows and rings have filled.
+    const size_t warmUp = first + 10 * 32u;
+    uint64_t allocationsBefore = 0;
     // The hub raises its wink interrupt one conversion after the wink.
     const size_t interruptDelay = kWinkSamples + 1;
     CALLGRIND_TOGGLE_COLLECT;
@@ -210,12 +227,14 @@ int main(int argc, char** argv) {
             if (stream.winkStarts[nextWink] + interruptDelay == i) wink->onLowPowerWink();
             ++nextWink;
         }
+        if (i == warmUp) allocationsBefore = bench::allocationCount();
         delivered += sensor.deliver(stream.samples[i]);
     }
     CALLGRIND_TOGGLE_COLLECT;
+    const uint64_t allocations = bench::allocationCount() - allocationsBefore;
     m->stop();
-    printf("%s %zu %zu %d\n", module.c_str(), stream.samples.size() - first, delivered,
-           counter->count.load() - before);
+    printf("%s %zu %zu %d %llu\n", module.c_str(), stream.samples.size() - first, delivered,
+           counter->count.load() - before, static_cast<unsigned long long>(allocations));
     delete m;
     const std::string cleanup = "rm -rf '" + root + "'";
     return system(cleanup.c_str()) == 0 ? 0 : 1;

@@ -24,6 +24,7 @@
 #include "bench/e2e/ProcessCounters.h"
 #include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
+#include "tools/cli/ToolCli.h"
 #include "tools/hubsim/testing/HubSimProcess.h"
 
 using namespace velto;
@@ -134,7 +135,9 @@ int main(int argc, char** argv) {
     app.add_option("--idle-seconds", idleSeconds, "Length of the idle window (DON only)")->check(CLI::Range(5.0, 3600.0));
     app.add_flag("--no-strace", noStrace, "Do not count system calls");
     app.add_flag("--json", json, "Print the figures as one JSON object");
-    CLI11_PARSE(app, argc, argv);
+    tools::addVersionFlag(app, "bench_e2e");
+    const int parsed = tools::parseCommandLine(app, "bench_e2e", argc, argv);
+    if (parsed >= 0) return parsed;
 
     __android_log_set_logger(countLogLine);
     __android_log_set_minimum_priority(ANDROID_LOG_INFO);
