@@ -131,6 +131,8 @@ int main(int argc, char** argv) {
         if (!tools::isWritableFilePath(controlPath, &reason)) return usage("--control: " + reason);
     }
     if (!labelsPath.empty() && !tools::isWritableFilePath(labelsPath, &reason)) return usage("--labels: " + reason);
+    if (!readablePath.empty() && !tools::isWritableFilePath(readablePath, &reason))
+        return usage("--readable-log: " + reason);
     if (!isDirectory(gazeEtc)) return usage("--gaze-etc: " + gazeEtc + " is not a directory");
     if (readyFd >= 0 && fcntl(readyFd, F_GETFD) < 0) return usage("--ready-fd: " + std::to_string(readyFd) + " is not open");
     if (readyFd < -1) return usage("--ready-fd: " + std::to_string(readyFd) + " is not a descriptor");
