@@ -78,11 +78,10 @@ bool VeltohubProximitySensor::readOnePacket(ProxData* out) {
         }
         if (numRead <= 0) {
             // A failed read is an empty batch: the cursor never walks past it.
-            // A device failing over and over says so once a second.
-            if (mReadFailureLog.allow(android::uptimeMillis())) {
-                __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
-                                    static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), err);
-            }
+            // Every failed read is reported; the back-off of the event loop
+            // bounds how often that happens on a device that keeps failing.
+            __android_log_print(ANDROID_LOG_WARN, kTag, "Failed to read a full packet of data!  numRead = %d/%d, errno=%d",
+                                static_cast<int>(numRead), static_cast<int>(sizeof(mBatch)), err);
             mBatchPacketsLeft = 0;
             return false;
         }
