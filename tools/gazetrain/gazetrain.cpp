@@ -56,13 +56,13 @@ bool isDirectory(const std::string& path) {
 }
 
 // Splits FILE:MIN_MS:MAX_MS; false when it is not of that form.
-bool parseDetectorSpec(const std::string& spec, std::string* file, double* lo, double* hi) {
-    const size_t b = spec.rfind(':');
-    const size_t a = b == std::string::npos || b == 0 ? std::string::npos : spec.rfind(':', b - 1);
+bool parseDetectorArgument(const std::string& arg, std::string* file, double* lo, double* hi) {
+    const size_t b = arg.rfind(':');
+    const size_t a = b == std::string::npos || b == 0 ? std::string::npos : arg.rfind(':', b - 1);
     if (a == std::string::npos || a == 0) return false;
-    *file = spec.substr(0, a);
+    *file = arg.substr(0, a);
     char* end = nullptr;
-    const std::string loText = spec.substr(a + 1, b - a - 1), hiText = spec.substr(b + 1);
+    const std::string loText = arg.substr(a + 1, b - a - 1), hiText = arg.substr(b + 1);
     *lo = strtod(loText.c_str(), &end);
     if (loText.empty() || *end != 0) return false;
     *hi = strtod(hiText.c_str(), &end);
@@ -196,7 +196,7 @@ int main(int argc, char** argv) {
         for (const std::string& d : winkDetectors) {
             std::string file;
             double lo, hi;
-            if (!parseDetectorSpec(d, &file, &lo, &hi)) return usage("--detector wants FILE:MIN_MS:MAX_MS, not " + d);
+            if (!parseDetectorArgument(d, &file, &lo, &hi)) return usage("--detector wants FILE:MIN_MS:MAX_MS, not " + d);
             if (access(file.c_str(), R_OK) != 0) return usage("--detector: cannot read " + file);
         }
     }
@@ -260,7 +260,7 @@ int main(int argc, char** argv) {
     for (const std::string& d : winkDetectors) {
         std::string file;
         double lo = 0, hi = 0;
-        parseDetectorSpec(d, &file, &lo, &hi);  // checked above
+        parseDetectorArgument(d, &file, &lo, &hi);  // checked above
         std::vector<float> durations;
         int labels = 0;
         if (!measureWinkDurations(corpus, file, lo, hi, &durations, &labels, &error)) return fail(error);
