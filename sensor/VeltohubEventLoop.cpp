@@ -123,7 +123,9 @@ int VeltohubProximitySensor::pollTimeoutMillis(int64_t nowMs) const {
     if (mDeviceRetryAtMs >= 0) timeout = mDeviceRetryAtMs > nowMs ? mDeviceRetryAtMs - nowMs : 0;
     // With nobody listening the hub is paused and nothing needs watching.
     if (mListenerCount.load() > 0 || mWantStreaming || mHubStateSuspect.load()) {
-        const int64_t check = (mWantStreaming && !mWantPaused) ? kStreamingCheckMillis : kIdleCheckMillis;
+        const int64_t check = (mWantStreaming && !mWantPaused) ? kStreamingCheckMillis
+                              : mHubStateSuspect.load()           ? kIdleCheckMillis
+                                                                  : kQuietCheckMillis;
         if (timeout < 0 || check < timeout) timeout = check;
     }
     return static_cast<int>(timeout);

@@ -63,10 +63,13 @@ public:
     static const char kEventWakeLockName[];    // held while one wake-up is handled
     static const unsigned int kHistorySize = 66;
     static const unsigned int kThreadDelayMillis = 15000;
-    // Silence after which the hub's mode is checked: while streaming, and
-    // while only interrupts are awaited.
+    // Silence after which the hub's mode is checked: while streaming, after
+    // a write of ours failed, and while only interrupts are awaited. The last
+    // is long: each check reads several attributes, and a service that only
+    // waits for don/doff must stay asleep.
     static const int kStreamingCheckMillis = 250;
     static const int kIdleCheckMillis = 1000;
+    static const int kQuietCheckMillis = 30000;
 
     // The singleton, created and started on first use; null when the hub is
     // absent or could not be started (a later call tries again).
