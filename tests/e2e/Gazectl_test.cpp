@@ -173,6 +173,10 @@ TEST(Gazectl, ExitStatusesAndOneLinePerProblem) {
             EXPECT_EQ(1, lines(g.err())) << g.err();
         }
     }
+    Gazectl typo;
+    typo.start({"--root", noHub, "wacth"});
+    EXPECT_EQ(2, typo.wait());
+    EXPECT_EQ("gazectl: unknown command 'wacth' (see gazectl --help)\n", typo.err());
     Gazectl version;
     version.start({"--version"});
     version.wait();

@@ -27,6 +27,13 @@ int parseCommandLine(CLI::App& app, const std::string& name, int argc, char** ar
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
+        // A mistyped command word is left over as an extra argument, and
+        // CLI11 only complains that no command was given.
+        const std::vector<std::string> extra = app.remaining();
+        if (!app.get_subcommands({}).empty() && app.get_subcommands().empty() && !extra.empty() &&
+            extra.front().compare(0, 1, "-") != 0) {
+            return usageError(name, "unknown command '" + extra.front() + "'");
+        }
         // CLI11's own codes (100 and up) would tell a script nothing.
         return usageError(name, e.what());
     }
