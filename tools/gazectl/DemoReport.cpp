@@ -3,6 +3,7 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "service/GazeService.h"
@@ -101,8 +102,11 @@ std::string formatDemoTable(const DemoResult& result, int64_t originNs) {
         const ExpectedGesture& e = r.expected;
         char latency[48] = "-";
         if (r.detected) {
-            snprintf(latency, sizeof(latency), "%5.0f ms%s", r.latencyMs,
-                     latencyFromStart(e.gesture) ? " after it began" : "");
+            // Blinks and winks are recognised from their shape, so a detection
+            // may come just before the labelled end.
+            const bool fromStart = latencyFromStart(e.gesture);
+            snprintf(latency, sizeof(latency), "%5.0f ms %s it %s", std::fabs(r.latencyMs),
+                     r.latencyMs < 0 ? "before" : "after", fromStart ? "began" : "ended");
         }
         snprintf(line, sizeof(line), "  %-16s %-15s %8.2f %6.0f ms  %-9s %s\n", e.action.c_str(), nameOf(e.gesture),
                  secondsSince(e.startNs, originNs), static_cast<double>(e.endNs - e.startNs) * 1e-6,

@@ -58,6 +58,8 @@ TEST(DemoReportTest, TableJsonAndTimelineTellTheSameStory) {
     const DemoResult r = sampleResult();
     const std::string table = formatDemoTable(r, 5 * kSec);
     EXPECT_NE(std::string::npos, table.find("MISSED"));
+    EXPECT_NE(std::string::npos, table.find("350 ms before it ended"));
+    EXPECT_NE(std::string::npos, table.find("800 ms after it began"));
     EXPECT_NE(std::string::npos, table.find("3 of 4 gestures detected; 3 false detections"));
     EXPECT_NE(std::string::npos, table.find("DOUBLE_BLINK at 6.55 s"));
 

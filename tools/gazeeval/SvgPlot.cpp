@@ -101,6 +101,10 @@ std::string renderSvg(const CorpusRecording& rec, int64_t fromNs, int64_t toNs, 
                    yOf(v), yOf(v));
         svg += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\">%.0f</text>\n", kLeft - 4, yOf(v) + 4, v);
     }
+    const double yMid = kTop + kSignalHeight / 2;
+    svg += fmt("<text x=\"14\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 14 %.1f)\">"
+               "proximity reading</text>\n",
+               yMid, yMid);
     const double xs = niceStep(seconds);
     const double offset = (fromNs - rec.firstNs) * 1e-9;
     for (double t = std::ceil(offset / xs) * xs; t <= offset + seconds; t += xs) {
