@@ -49,6 +49,9 @@ int64_t nowNanos() { return systemTime(SYSTEM_TIME_MONOTONIC); }
 
 // watch --wait: the hub went away and came back.
 const int kRestart = -1;
+// A restarted watch keeps the end that --seconds set for the first one; the
+// monotonic clock carries over the exec.
+const char kWatchEndVariable[] = "GAZECTL_WATCH_END_NS";
 
 int64_t wallNanos() {
     struct timespec t;
@@ -86,6 +89,7 @@ struct WatchOptions {
     double seconds = -1;
     bool json = false;
     bool wait = false;
+    int64_t endNs = INT64_MAX;  // monotonic
 };
 
 int watch(GazeClient* client, const WatchOptions& options) {
@@ -132,7 +136,7 @@ int watch(GazeClient* client, const WatchOptions& options) {
     client->setPrinter([&printer](const GestureEvent& e) {
         printer.add({e.gesture, e.startTimeNanos, e.endTimeNanos, wallNanos()});
     });
-    const int64_t end = options.seconds < 0 ? INT64_MAX : nowNanos() + static_cast<int64_t>(options.seconds * 1e9);
+    const int64_t end = options.endNs;
     int status = tools::kExitOk;
     bool saidGone = false;
     int64_t lastHubCheck = 0;
@@ -366,7 +370,12 @@ int main(int argc, char** argv) {
     int status = tools::kExitOk;
     if (*watchCmd) {
         watchOptions.wait = wait;
+        if (watchOptions.seconds >= 0) {
+            watchOptions.endNs = nowNanos() + static_cast<int64_t>(watchOptions.seconds * 1e9);
+            if (const char* carried = getenv(kWatchEndVariable)) watchOptions.endNs = strtoll(carried, nullptr, 10);
+        }
         status = watch(client.get(), watchOptions);
+        if (status == kRestart) setenv(kWatchEndVariable, std::to_string(watchOptions.endNs).c_str(), 1);
     } else if (*calibrateCmd) {
         if (!client->service()->isGestureSupported(calibration.gesture)) {
             fprintf(stderr, "gazectl: %s\n", whyUnsupported(calibration.gesture).c_str());
