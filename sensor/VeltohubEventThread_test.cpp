@@ -1,5 +1,6 @@
 // The sensor with its real event thread, fed through a FIFO that stands in for
-// the data device. This binary runs with VELTOGAZE_THREAD_DELAY_MS=0.
+// the data device. This binary runs with VELTOGAZE_THREAD_DELAY_MS=0; one test
+// unsets it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -125,6 +126,26 @@ TEST(VeltohubEventThread, StartPreparesTheHubAndStopPausesIt) {
     PlainFileHub::set("pause", "0");  // as a listener would have left it
     sensor.stop();
     EXPECT_EQ("1", PlainFileHub::get("pause"));
+}
+
+// With the variable unset, the real start-up delay: the thread handles nothing
+// for 15 s, though a listener waits and the hub would stream.
+TEST(VeltohubEventThread, TheDefaultDelayHoldsTheFirstTurnForFifteenSeconds) {
+    unsetenv("VELTOGAZE_THREAD_DELAY_MS");
+    PlainFileHub hub;
+    FifoDevice device;
+    VeltohubProximitySensor sensor;
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_TRUE(sensor.start());
+    Counter counter;
+    sensor.addProxDataListener(&counter, 0);
+    sleep(13);
+    EXPECT_EQ(0, counter.samples.load());
+    EXPECT_EQ("0", PlainFileHub::get("passthru_enable"));  // the queued start has not run
+    ASSERT_TRUE(waitFor(counter.samples, 1, 30000));
+    EXPECT_GE(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 15.0);
+    sensor.removeProxDataListener(&counter);
+    sensor.stop();
 }
 
 TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {

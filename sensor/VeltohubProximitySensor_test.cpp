@@ -142,7 +142,9 @@ TEST_F(VeltohubSensorTest, PacketsAreReadInBatchesAndNeverPastTheBuffer) {
     sensor.handleProxDataInterrupt();
     sensor.handleProxDataInterrupt();
     EXPECT_EQ(std::vector<int64_t>({7000000000}), r.stamps);  // the zero sample lies before the horizon
-    EXPECT_EQ(2u, sensor.mHistoryBuffer.size());
+    ASSERT_EQ(2u, sensor.mHistoryBuffer.size());
+    EXPECT_EQ(0, sensor.mHistoryBuffer.getAtDelay(0).mTimestampNanos);
+    EXPECT_EQ(0u, sensor.mHistoryBuffer.getAtDelay(0).mData);
     sensor.executeFlushFifo();
     EXPECT_EQ(0u, sensor.mHistoryBuffer.size());
 }

@@ -33,12 +33,11 @@ inline hubsim::HubSimProcess::Options scenario(const std::string& text, double s
 
 // Starts the simulator and points the library at it. Must run before the
 // library's first file access in this process (the root is read once).
-inline void startHub(hubsim::HubSimProcess* sim, const hubsim::HubSimProcess::Options& options,
-                     unsigned int threadDelayMs = 0) {
+inline void startHub(hubsim::HubSimProcess* sim, const hubsim::HubSimProcess::Options& options) {
     std::string error;
     ASSERT_TRUE(sim->start(options, &error)) << error;
     setenv("VELTOGAZE_ROOT", sim->root().c_str(), 1);
-    setenv("VELTOGAZE_THREAD_DELAY_MS", std::to_string(threadDelayMs).c_str(), 1);
+    setenv("VELTOGAZE_THREAD_DELAY_MS", "0", 1);
 }
 
 // Polls `done` every 5 ms until it holds or `timeoutMs` pass.

@@ -196,26 +196,5 @@ TEST(SensorScenario, AnOlderHubIsFlashed) {
     EXPECT_EQ("4.2", value(sim.command("get version")));
 }
 
-// With the real start-up delay the thread handles nothing for 15 s, even
-// though a listener waits and the hub would stream.
-TEST(SensorScenario, TheEventThreadWaitsFifteenSecondsBeforeItsFirstTurn) {
-    hubsim::HubSimProcess sim;
-    startHub(&sim, e2e::scenario("wearer baseline 1200\n", 1), /*threadDelayMs=*/15000);
-    unsetenv("VELTOGAZE_THREAD_DELAY_MS");  // the real delay
-    const auto started = std::chrono::steady_clock::now();
-    VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
-    ASSERT_NE(nullptr, sensor);
-    Samples samples;
-    sensor->addProxDataListener(&samples);
-    sleep(13);
-    EXPECT_EQ(0u, samples.count());
-    EXPECT_EQ("0", value(sim.command("get passthru_enable")));  // the queued start has not run
-    ASSERT_TRUE(waitFor([&] { return samples.count() > 0; }, 30000));
-    const double waited =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    EXPECT_GE(waited, 15.0);
-    sensor->removeProxDataListener(&samples);
-}
-
 }  // namespace
 }  // namespace velto
