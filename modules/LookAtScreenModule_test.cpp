@@ -136,20 +136,22 @@ TEST_F(LookAtScreenModuleTest, OneShotStopsAtTheFirstLookAndAStopEndsTheCalibrat
     module.serviceReady();
     android::sp<Looks> looks = new Looks();
     GazeService::getInstance()->setGazeListener(looks);
-    auto lookTwice = [this] {
+    auto lookTwice = [this](uint32_t level) {
         for (int look = 0; look < 2; ++look) {
             for (int i = 0; i < 40; ++i) sensor.deliverSample(700, t += 31250000);
-            for (int i = 0; i < 40; ++i) sensor.deliverSample(1000, t += 31250000);
+            for (int i = 0; i < 40; ++i) sensor.deliverSample(level, t += 31250000);
         }
     };
     ASSERT_EQ(OK, module.start(false, -1));
-    lookTwice();
+    lookTwice(720);  // weaker than the wearer's threshold: no look
+    EXPECT_EQ(0, looks->count);
+    lookTwice(1000);
     EXPECT_EQ(2, looks->count);
     ASSERT_EQ(OK, module.stop());
 
     looks->count = 0;
     ASSERT_EQ(OK, module.start(true, -1));
-    lookTwice();
+    lookTwice(1000);
     EXPECT_EQ(1, looks->count);
     EXPECT_FALSE(module.isRunning());
     EXPECT_EQ(0u, sensor.numDataListeners());

@@ -96,24 +96,6 @@ TEST(ServiceScenario, AClientGetsDonThenDoff) {
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
 }
 
-TEST(ServiceScenario, ADoubleBlinkReachesTheListenerAndAOneShotStops) {
-    hubsim::HubSimProcess sim;
-    android::sp<Client> client = new Client();
-    GazeService* service = startService(&sim, kStill, 4, client);
-    ASSERT_TRUE(service->isGestureSupported(G::DOUBLE_BLINK));
-    ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, true, -1));
-    ASSERT_TRUE(streaming(sim));
-    usleep(300000);
-    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
-    ASSERT_TRUE(waitFor([&] { return client->count(G::DOUBLE_BLINK) == 1; }));
-    EXPECT_TRUE(waitFor([&] { return !service->isGestureDetectorRunning(G::DOUBLE_BLINK); }));
-    usleep(500000);
-    ASSERT_TRUE(ok(sim.command("double-blink 600ms 150")));
-    usleep(1500000);
-    EXPECT_EQ(1u, client->count(G::DOUBLE_BLINK));  // one shot: nothing more
-    EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
-}
-
 TEST(ServiceScenario, ALowPowerWinkLeadsToAValidatedWinkAfterCalibration) {
     hubsim::HubSimProcess sim;
     android::sp<Client> client = new Client();
@@ -145,39 +127,6 @@ TEST(ServiceScenario, ALowPowerWinkLeadsToAValidatedWinkAfterCalibration) {
     EXPECT_TRUE(LogCapture::contains("onLowPowerWink() called... Switching to high power classifier..."));
     // The validation ends and the hub goes back to low power.
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
-}
-
-TEST(ServiceScenario, LookAtScreenAfterItsCalibration) {
-    hubsim::HubSimProcess sim;
-    android::sp<Client> client = new Client();
-    GazeService* service = startService(&sim, kStill, 4, client);
-    ASSERT_TRUE(service->isGestureSupported(G::LOOK_AT_SCREEN));
-    EXPECT_FALSE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));  // not calibrated
-
-    // The wearer looks at the display for about half of the session.
-    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(streaming(sim));
-    usleep(500000);
-    ASSERT_TRUE(ok(sim.command("look 4s 150")));
-    usleep(2000000);
-    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
-    const std::vector<std::string> params = readLines(sim.root() + "/data/system/gaze/laser_params.txt");
-    ASSERT_EQ(1u, params.size());
-    const float threshold = std::stof(params[0]);
-    EXPECT_NEAR(120.0f, threshold, 10.0f);  // 0.8 of the level shift
-    ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
-
-    ASSERT_TRUE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));
-    ASSERT_TRUE(streaming(sim));
-    usleep(500000);
-    ASSERT_TRUE(ok(sim.command("look 2s 150")));
-    ASSERT_TRUE(waitFor([&] { return client->count(G::LOOK_AT_SCREEN) >= 1; })) << LogCapture::dump();
-    usleep(2500000);
-    ASSERT_TRUE(ok(sim.command("look 2s 40")));  // below this wearer's threshold
-    usleep(3000000);
-    EXPECT_EQ(1u, client->count(G::LOOK_AT_SCREEN));
-    EXPECT_TRUE(service->stopGestureDetector(G::LOOK_AT_SCREEN));
 }
 
 TEST(ServiceScenario, TheLogHoldsTheHeaderAndEveryDeliveredSampleInOrder) {
