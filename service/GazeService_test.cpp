@@ -205,7 +205,8 @@ TEST(GazeService, CallsForGesturesWithoutAModuleFailWithTheirReason) {
     android::sp<GazeService> service = new GazeService(&sensor, android::String8("G123"));
     ASSERT_TRUE(service->start());
     test::ScopedLogCapture capture;
-    for (G::EyeGesture g : {G::DOUBLE_WINK, G::BLINK, G::LOOK_AWAY_FROM_SCREEN, static_cast<G::EyeGesture>(99)}) {
+    for (G::EyeGesture g : {G::DOUBLE_WINK, G::BLINK, G::LOOK_AWAY_FROM_SCREEN, G::NUM_EYE_GESTURES,
+                             static_cast<G::EyeGesture>(99)}) {
         EXPECT_FALSE(service->isGestureSupported(g));
         EXPECT_FALSE(service->startGestureDetector(g, false, -1));
         EXPECT_FALSE(service->stopGestureDetector(g));
@@ -220,7 +221,7 @@ TEST(GazeService, CallsForGesturesWithoutAModuleFailWithTheirReason) {
     }
     EXPECT_TRUE(test::LogCapture::contains("Cannot start module for gesture BLINK... module is NULL!", ANDROID_LOG_ERROR));
     EXPECT_TRUE(test::LogCapture::contains("Can not apply and save calibration for gesture DOUBLE_WINK. Module is NULL."));
-    EXPECT_EQ(4u, test::LogCapture::count("Can not check if calibration is complete for gesture"));
+    EXPECT_EQ(5u, test::LogCapture::count("Can not check if calibration is complete for gesture"));
 }
 
 TEST(GazeService, CalibrationStartsOnFreshSamplesAndNamesTheStepThatFailed) {
