@@ -81,15 +81,16 @@ TEST_F(VeltohubSensorTest, LivePathAdmitsTheHorizonReplayOnlyAfterIt) {
     // One warning for the 1st and the 21st skipped sample.
     EXPECT_EQ(2u, LogCapture::count("ignored by listener with first timestamp 9000000000.", ANDROID_LOG_WARN));
 
-    // Replay: only samples strictly after the horizon, oldest first, backward
-    // steps skipped.
-    for (int64_t t : {100, 200, 300, 250, 400}) sensor.mHistoryBuffer.add(ProxData(1, t));
+    // Replay: only samples strictly after the horizon, oldest first, repeated
+    // and backward steps skipped.
+    for (int64_t t : {100, 200, 300, 300, 250, 400}) sensor.mHistoryBuffer.add(ProxData(1, t));
     Recorder replayed;
     VeltohubProximitySensor::ProxDataListenerInfo info{&replayed, 400, 200};
     sensor.invokeListenerWithHistoricalPackets(info);
     EXPECT_EQ(std::vector<int64_t>({300, 400}), replayed.stamps);
     EXPECT_TRUE(LogCapture::contains("Ignore backward timestamp at horizonIndex 1! 250 (this) < 300 (latest)"));
-    EXPECT_TRUE(LogCapture::contains("Streaming 3 historical data packets to listener."));
+    EXPECT_TRUE(LogCapture::contains("Ignore backward timestamp at horizonIndex 2! 300 (this) < 300 (latest)"));
+    EXPECT_TRUE(LogCapture::contains("Streaming 4 historical data packets to listener."));
 
     // A full ring replays its 66 samples; a negative horizon replays nothing.
     for (int64_t t = 1000; t < 1100; ++t) sensor.mHistoryBuffer.add(ProxData(1, t));

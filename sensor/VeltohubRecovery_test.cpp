@@ -87,6 +87,7 @@ TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
     sensor.handleProxDataInterrupt();
     EXPECT_EQ(7000000000, l.stamps.back());
     EXPECT_TRUE(LogCapture::contains("The data device reads again after 200 failed reads"));
+    EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // no further reopen to drop what the hub queued
     sensor.removeProxDataListener(&l);
 }
 
