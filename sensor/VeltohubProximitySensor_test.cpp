@@ -364,6 +364,11 @@ TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {
     EXPECT_FALSE(sensor.checkFirmware(false));
     EXPECT_TRUE(LogCapture::contains("Error (17) during veltohub flash/checksum operation"));
     EXPECT_EQ(4u, flashed());
+    PlainFileHub::set("flash_status", "0");
+    unlink(PlainFileHub::attr("update_fw_data").c_str());
+    test::makeDirs(PlainFileHub::attr("update_fw_data"));  // the hub takes no image
+    EXPECT_FALSE(sensor.checkFirmware(true));
+    EXPECT_TRUE(LogCapture::contains("Error opening file "));
 
     PlainFileHub::set("version", "x");
     EXPECT_FALSE(sensor.checkFirmware(false));
