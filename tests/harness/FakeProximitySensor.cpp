@@ -55,24 +55,10 @@ bool FakeProximitySensor::getMCUParams(MCUParams* params) const {
     return true;
 }
 
-bool FakeProximitySensor::setDonThreshold(unsigned short threshold) {
+bool FakeProximitySensor::setThreshold(uint16_t MCUParams::*field, unsigned short threshold) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mFailParameterAccess) return false;
-    mParams.donThreshold = threshold;
-    return true;
-}
-
-bool FakeProximitySensor::setDoffThreshold(unsigned short threshold) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mFailParameterAccess) return false;
-    mParams.doffThreshold = threshold;
-    return true;
-}
-
-bool FakeProximitySensor::setDonMaxThreshold(unsigned short threshold) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mFailParameterAccess) return false;
-    mParams.donMaxThreshold = threshold;
+    mParams.*field = threshold;
     return true;
 }
 

@@ -32,9 +32,11 @@ public:
     void flush() override;
     bool setMCUParams(const MCUParams& params) override;
     bool getMCUParams(MCUParams* params) const override;
-    bool setDonThreshold(unsigned short threshold) override;
-    bool setDoffThreshold(unsigned short threshold) override;
-    bool setDonMaxThreshold(unsigned short threshold) override;
+    bool setDonThreshold(unsigned short threshold) override { return setThreshold(&MCUParams::donThreshold, threshold); }
+    bool setDoffThreshold(unsigned short threshold) override { return setThreshold(&MCUParams::doffThreshold, threshold); }
+    bool setDonMaxThreshold(unsigned short threshold) override {
+        return setThreshold(&MCUParams::donMaxThreshold, threshold);
+    }
     void addDonDoffListener(DonDoffListener* listener, bool notifyNow) override;
     void removeDonDoffListener(DonDoffListener* listener) override;
     bool isDonDoffEnabled() const override;
@@ -65,6 +67,8 @@ public:
     MCUParams params() const;
 
 private:
+    bool setThreshold(uint16_t MCUParams::*field, unsigned short threshold);
+
     mutable std::mutex mMutex;
     std::vector<DataListenerEntry> mDataListeners;
     std::vector<DonDoffListener*> mDonDoffListeners;
