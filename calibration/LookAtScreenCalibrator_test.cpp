@@ -36,6 +36,12 @@ TEST(LookAtScreenCalibrator, RemovesTheExtremeFractionAtBothEnds) {
     EXPECT_EQ(1.0f, nine[0]);
     EXPECT_EQ(9.0f, nine[8]);
 
+    android::Vector<float> ten = vectorOf({5, 3, 9, 1, 7, 2, 8, 4, 6, 10});
+    LookAtScreenCalibrator::removeOutliers(&ten, 0.1f);  // k = 1
+    ASSERT_EQ(8u, ten.size());
+    EXPECT_EQ(2.0f, ten[0]);
+    EXPECT_EQ(9.0f, ten[7]);
+
     android::Vector<float> two = vectorOf({5, 3});
     LookAtScreenCalibrator::removeOutliers(&two, 0.5f);  // nothing would be left
     EXPECT_TRUE(two.isEmpty());

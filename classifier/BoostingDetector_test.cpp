@@ -70,6 +70,8 @@ TEST(BoostingDetector, DurationIsTheWidestCompleteRunAtTwoLevels) {
     feed(&d, {0});
     // Three samples above both levels measure four frames: 80 ms at 50 fps.
     EXPECT_EQ(80.0f, d.estimateGestureDurationMs());
+    feed(&d, {100, 100, 110, 110, 110, 100, 100});  // the levels lie between the window's own extremes
+    EXPECT_EQ(80.0f, d.estimateGestureDurationMs());
     feed(&d, {10, 0, 0, 0, 0, 10, 10});  // both runs touch an end of the window
     EXPECT_EQ(0.0f, d.estimateGestureDurationMs());
     feed(&d, {0, 10, 0, 10, 10, 0, 0});  // the two-sample run (3 frames) wins over the single one

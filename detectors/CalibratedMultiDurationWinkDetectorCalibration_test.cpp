@@ -41,6 +41,7 @@ TEST(WinkCalibration, ReportsOneAveragedWinkAfterTheDetectionsSettle) {
     b->fireAt(4, 500.0f, 500.0f);
     a->fireAt(18, 400.0f, 400.0f);  // settles 1.4 s after the first: within the minimum interval
     ASSERT_TRUE(d.startCalibrationInterval());
+    EXPECT_FALSE(d.startCalibrationInterval());  // one interval at a time
     EXPECT_TRUE(d.needMoreCalibrationEyeGestures());
     std::vector<int> answers;
     for (int call = 0; call < 30; ++call) answers.push_back(sampleAt(&d, call));

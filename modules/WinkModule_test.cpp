@@ -56,6 +56,8 @@ TEST_F(WinkModuleTest, ALowPowerWinkIsValidatedForFiftyTwoSamples) {
     const std::string dump = module.dump().string();
     EXPECT_NE(std::string::npos, dump.find("Number of LP events: 1\n"));
     EXPECT_NE(std::string::npos, dump.find("High power mode: off\n"));
+    sensor.deliverLowPowerWink();  // past the hold-off: a new event
+    EXPECT_NE(std::string::npos, module.dump().find("Number of LP events: 2\n"));
 }
 
 TEST_F(WinkModuleTest, GapsStaleSamplesAndFlaggedSamplesShapeTheBudget) {

@@ -116,6 +116,19 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     sensor.checkHubState(android::uptimeMillis() + 10000);
     EXPECT_EQ("1", PlainFileHub::get("pause"));
     EXPECT_TRUE(LogCapture::lines().empty());
+
+    // An interrupt enable the hub did not take is written at the next check.
+    struct : public ProximitySensorInterface::DonDoffListener {
+        void onDonDoff(bool) override {}
+    } worn;
+    unlink(PlainFileHub::attr("don_doff_enable").c_str());
+    test::makeDirs(PlainFileHub::attr("don_doff_enable"));
+    sensor.addDonDoffListener(&worn, false);
+    rmdir(PlainFileHub::attr("don_doff_enable").c_str());
+    PlainFileHub::set("don_doff_enable", "0");
+    sensor.checkHubState(android::uptimeMillis() + 20000);
+    EXPECT_EQ("1", PlainFileHub::get("don_doff_enable"));
+    sensor.removeDonDoffListener(&worn);
 }
 
 TEST_F(VeltohubRecoveryTest, StartFailsCleanlyWhenTheControlPipeIsNotAFifo) {
