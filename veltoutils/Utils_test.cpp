@@ -34,6 +34,8 @@ TEST(Utils, FileHelpersWorkBelowTheRootAndKeepErrno) {
     EXPECT_EQ(ENOENT, errno);
     EXPECT_EQ(0, Utils::writeStringToFile("/data/system/gaze/sub/file.txt", android::String8("123\n\n"), true));
     EXPECT_TRUE(Utils::doesFileExist("/data/system/gaze/sub/file.txt"));
+    errno = EAGAIN;  // left by an earlier call: an empty value still writes
+    EXPECT_EQ(0, Utils::writeStringToFile("/data/system/gaze/sub/empty.txt", android::String8(""), true));
 
     android::String8 text;
     EXPECT_EQ(0, Utils::readFileContents("/data/system/gaze/sub/file.txt", false, &text));
