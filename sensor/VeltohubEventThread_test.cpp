@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -123,6 +124,17 @@ TEST(VeltohubEventThread, StartPreparesTheHubAndStopPausesIt) {
     ASSERT_TRUE(sensor.start());
     EXPECT_EQ("5", PlainFileHub::get("activity_threshold"));
     EXPECT_EQ("1", PlainFileHub::get("pause"));
+    // A command's wake-up byte is read off the control pipe, so the idle
+    // thread sleeps instead of waking at every poll.
+    PlainFileHub::set("pause", "0");
+    sensor.setPause(true);
+    const std::string locks = test::underRoot("/sys/power/wake_lock");
+    for (int i = 0; i < 10000 && PlainFileHub::get("pause") != "1"; ++i) usleep(1000);
+    ASSERT_EQ("1", PlainFileHub::get("pause"));
+    const std::string before = test::readFile(locks);
+    usleep(300000);
+    EXPECT_LE(test::readFile(locks).size(), before.size() + 3 * strlen(VeltohubProximitySensor::kEventWakeLockName))
+            << "the idle event thread keeps waking";
     PlainFileHub::set("pause", "0");  // as a listener would have left it
     sensor.stop();
     EXPECT_EQ("1", PlainFileHub::get("pause"));
