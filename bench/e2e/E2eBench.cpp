@@ -3,7 +3,7 @@
 // simulator is a child process. Prints one table with the goal beside each
 // figure (see docs/performance.md).
 //
-//   bench_e2e [--seconds S] [--idle-seconds S] [--no-strace] [--json]
+//   bench_e2e [--seconds S] [--idle-seconds S] [--no-strace] [--strace-table FILE] [--json]
 //
 // Exit status: 0 when it measured (whether or not every goal is met), 1 when
 // the simulator or the service could not be brought up.
@@ -131,9 +131,11 @@ int main(int argc, char** argv) {
     CLI::App app{"bench_e2e: CPU, wake-ups, system calls and latency of the service against veltohub-sim at 32 Hz"};
     double seconds = 30, idleSeconds = 20, straceSeconds = 10;
     bool json = false, noStrace = false;
+    std::string straceTable;
     app.add_option("--seconds", seconds, "Length of the streaming window")->check(CLI::Range(5.0, 3600.0));
     app.add_option("--idle-seconds", idleSeconds, "Length of the idle window (DON only)")->check(CLI::Range(5.0, 3600.0));
     app.add_flag("--no-strace", noStrace, "Do not count system calls");
+    app.add_option("--strace-table", straceTable, "Write strace's table of system calls by name to this file");
     app.add_flag("--json", json, "Print the figures as one JSON object");
     tools::addVersionFlag(app, "bench_e2e");
     const int parsed = tools::parseCommandLine(app, "bench_e2e", argc, argv);
@@ -232,7 +234,7 @@ int main(int argc, char** argv) {
     if (!noStrace) {
         fprintf(stderr, "bench_e2e: counting system calls (%.0f s)\n", straceSeconds);
         const long long before = tag.count.load();
-        syscalls = bench::countSystemCalls(getpid(), straceSeconds, &error);
+        syscalls = bench::countSystemCalls(getpid(), straceSeconds, &error, straceTable);
         straceSamples = tag.count.load() - before;
         if (syscalls < 0) fprintf(stderr, "bench_e2e: %s\n", error.c_str());
     }

@@ -57,7 +57,7 @@ ProcessCounters ProcessCounters::operator-(const ProcessCounters& earlier) const
     return d;
 }
 
-int64_t countSystemCalls(pid_t pid, double seconds, std::string* error) {
+int64_t countSystemCalls(pid_t pid, double seconds, std::string* error, const std::string& table) {
     char out[] = "/tmp/velto-bench-strace-XXXXXX";
     const int fd = mkstemp(out);
     if (fd < 0) {
@@ -85,7 +85,10 @@ int64_t countSystemCalls(pid_t pid, double seconds, std::string* error) {
     std::ifstream in(out);
     std::string line;
     int64_t total = -1;
+    std::ofstream copy;
+    if (!table.empty()) copy.open(table);
     while (std::getline(in, line)) {
+        if (copy.is_open()) copy << line << '\n';
         // "100.00    0.001234          12       100         3 total"
         if (line.find("total") == std::string::npos) continue;
         std::istringstream fields(line);

@@ -24,7 +24,8 @@ struct ProcessCounters {
 
 // Counts the system calls of a process for `seconds` with `strace -c -f`:
 // the total number of calls, or -1 (with the reason) when strace cannot run.
-int64_t countSystemCalls(pid_t pid, double seconds, std::string* error);
+// With `table`, strace's table of calls by name is copied there.
+int64_t countSystemCalls(pid_t pid, double seconds, std::string* error, const std::string& table = "");
 
 // CLOCK_MONOTONIC in ns, the clock of the simulator's readable log and of
 // the service's event times.
