@@ -10,6 +10,7 @@
 #include "classifier/BoostingDetector.h"
 #include "classifier/Interval.h"
 #include "detectors/CalibratedEyeGestureDetectorInterface.h"
+#include "detectors/TimeStateDetectorInterface.h"
 #include "veltoutils/ValueCheck.h"
 
 namespace velto {
@@ -30,7 +31,8 @@ class ProximitySensorInterface;
 // "mag_min mag_max dur_min dur_max active_index".
 //
 // Logs under "GazeService:MultiDurWinkDetector".
-class CalibratedMultiDurationWinkDetector : public virtual CalibratedEyeGestureDetectorInterface {
+class CalibratedMultiDurationWinkDetector : public virtual CalibratedEyeGestureDetectorInterface,
+                                            public virtual TimeStateDetectorInterface {
 public:
     typedef BoostingDetector::GestureInfo GestureInfo;
 
@@ -51,8 +53,6 @@ public:
     virtual ~CalibratedMultiDurationWinkDetector();
 
     void reset() override;
-    // As reset(), for a new clock that may start anywhere, even below zero.
-    void resetTimeState() override;
     // Returns 0 (WINK) or -1.
     int update(long long timestampNanos, const float* newSamples, int numSamples) override;
     android::String8 getVersionString() const override;
@@ -98,6 +98,9 @@ public:
     virtual bool saveAndApplyLowPowerCalibration(const char* path);
     virtual bool loadHighPowerCalibration(const char* path);
     virtual bool loadLowPowerCalibration(const char* path);
+    // As reset(), for a new clock that may start anywhere, even below zero.
+    // (Declared after the detector's own operations, which keep their slots.)
+    void resetTimeState() override;
 
     // Adopts a detector trained for `durationRangeMs`, as a list file entry
     // would add it (for tools that build detectors in memory).

@@ -7,6 +7,7 @@
 #include "classifier/BoostingDetector.h"
 #include "classifier/Interval.h"
 #include "detectors/EyeGestureDetectorInterface.h"
+#include "detectors/TimeStateDetectorInterface.h"
 #include "service/EyeGesture.h"
 
 namespace velto {
@@ -17,7 +18,8 @@ namespace velto {
 // named in a list file (one detector file per line, relative to the list
 // file's directory, no comments). Logs under
 // "GazeService:EyeGestureBoostingDetector".
-class EyeGestureBoostingDetector : public virtual EyeGestureDetectorInterface {
+class EyeGestureBoostingDetector : public virtual EyeGestureDetectorInterface,
+                                   public virtual TimeStateDetectorInterface {
 public:
     static constexpr int kListLineBufferSize = 128;
     static constexpr double kMinGestureIntervalMs = 500.0;
@@ -34,14 +36,15 @@ public:
     virtual ~EyeGestureBoostingDetector();
 
     void reset() override;
-    // reset() keeps the last gesture's time; on a new clock it means nothing.
-    void resetTimeState() override;
     int update(long long timestamp, const float* newSamples, int numSamples) override;
     android::String8 getVersionString() const override;
     android::String8 getDebugString() const override;
     // Loads the detectors of a list file; on failure the set is left empty.
     virtual bool loadDetectorFromFile(const char* path);
     virtual bool setMagnitudeRange(const Interval<float>& range);
+    // reset() keeps the last gesture's time; on a new clock it means nothing.
+    // (Declared after the detector's own operations, which keep their slots.)
+    void resetTimeState() override;
 
     void clearDetectors();
 

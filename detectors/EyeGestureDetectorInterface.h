@@ -17,10 +17,6 @@ public:
     virtual int update(long long timestamp, const float* newSamples, int numSamples) = 0;
     virtual android::String8 getVersionString() const = 0;
     virtual android::String8 getDebugString() const = 0;
-    // The sample clock went back (a hub reset): forgets everything tied to the
-    // old clock, so that the next samples are judged as after construction.
-    // For most detectors that is reset().
-    virtual void resetTimeState() { reset(); }
 };
 
 }  // namespace velto

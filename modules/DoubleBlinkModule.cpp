@@ -3,6 +3,7 @@
 #include <log/log.h>
 
 #include "detectors/EyeGestureBoostingDetector.h"
+#include "detectors/TimeStateDetectorInterface.h"
 #include "service/GazeService.h"
 #include "veltoutils/DumpLock.h"
 #include "veltoutils/Paths.h"
@@ -142,7 +143,7 @@ int DoubleBlinkModule::updateDetector_l(const ProxData& sample) const {
 
 void DoubleBlinkModule::onProxDataDiscontinuity(long long, long long) {
     android::Mutex::Autolock lock(mLock);
-    if (mDetector != nullptr) mDetector->resetTimeState();
+    TimeStateDetectorInterface::resetTimeStateOf(mDetector);
 }
 
 void DoubleBlinkModule::onProxData(const ProxData& sample) {

@@ -8,6 +8,7 @@
 #include "modules/GazeServiceModuleCommon.h"
 #include "modules/GazeServiceUncalibratedModuleBase.h"
 #include "proxdata/ProxDataBuffer.h"
+#include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/ProximitySensorInterface.h"
 #include "service/GazeServiceInterface.h"
 
@@ -17,7 +18,8 @@ namespace velto {
 // boosting detectors; each positive answer becomes one event. Needs no
 // calibration. The only module that can run for a limited time.
 class DoubleBlinkModule : public GazeServiceModuleCommon<GazeServiceUncalibratedModuleBase>,
-                          public virtual ProximitySensorInterface::ProxDataListener {
+                          public virtual ProximitySensorInterface::ProxDataListener,
+                          public virtual ProxDataDiscontinuityListener {
 public:
     static const char kModuleName[];        // "DoubleBlinkModule"
     static const char kModuleVersion[];     // "1.1.2"

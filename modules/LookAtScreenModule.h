@@ -10,6 +10,7 @@
 #include "detectors/EyeGestureBoostingDetector.h"
 #include "modules/GazeServiceModuleCommon.h"
 #include "proxdata/ProxDataBuffer.h"
+#include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/ProximitySensorInterface.h"
 #include "service/GazeServiceInterface.h"
 
@@ -20,7 +21,8 @@ namespace velto {
 // threshold, read from the laser parameter file that its calibrator writes.
 // It refuses to start until that threshold is loaded.
 class LookAtScreenModule : public GazeServiceCalibratedModuleBase,
-                           public virtual ProximitySensorInterface::ProxDataListener {
+                           public virtual ProximitySensorInterface::ProxDataListener,
+                           public virtual ProxDataDiscontinuityListener {
 public:
     static const char kModuleName[];             // "LookAtScreenModule"
     static const char kModuleVersion[];          // "0.3.4"

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "detectors/CalibratedMultiDurationWinkDetector.h"
+#include "detectors/TimeStateDetectorInterface.h"
 #include "service/GazeService.h"
 #include "veltoutils/DumpLock.h"
 #include "veltoutils/Paths.h"
@@ -332,7 +333,7 @@ void WinkModule::onProxDataDiscontinuity(long long, long long) {
     android::Mutex::Autolock lock(mLock);
     // No sample of the new clock is stale, wherever that clock starts.
     mLatestTimestampNs = std::numeric_limits<int64_t>::min();
-    if (mWinkDetector != nullptr) mWinkDetector->resetTimeState();
+    TimeStateDetectorInterface::resetTimeStateOf(mWinkDetector);
 }
 
 void WinkModule::onProxData(const ProxData& sample) {

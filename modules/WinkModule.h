@@ -8,6 +8,7 @@
 #include "detectors/CalibratedEyeGestureDetectorInterface.h"
 #include "modules/GazeServiceModuleCommon.h"
 #include "proxdata/ProxDataBuffer.h"
+#include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/ProximitySensorInterface.h"
 #include "service/GazeServiceInterface.h"
 
@@ -20,7 +21,8 @@ namespace velto {
 // calibrated wink detector confirm or reject the wink.
 class WinkModule : public GazeServiceCalibratedModuleBase,
                    public virtual ProximitySensorInterface::LowPowerWinkListener,
-                   public virtual ProximitySensorInterface::ProxDataListener {
+                   public virtual ProximitySensorInterface::ProxDataListener,
+                   public virtual ProxDataDiscontinuityListener {
 public:
     static const char kModuleName[];                         // "WinkModule"
     static const char kModuleVersion[];                      // "1.0.2"

@@ -20,16 +20,9 @@ public:
     class ProxDataListener {
     public:
         virtual ~ProxDataListener() {}
-        // One call per sample.
+        // One call per sample. A listener that keeps time state on the hub's
+        // clock also implements ProxDataDiscontinuityListener.
         virtual void onProxData(const ProxData& data) = 0;
-        // The hub's clock went back (a hub reset, a clock set back): samples
-        // from `toNs` on are on a new clock. Called once, after the first such
-        // sample; whoever keeps time state resets it here. Most listeners keep
-        // none, hence the empty default.
-        virtual void onProxDataDiscontinuity(long long fromNs, long long toNs) {
-            (void)fromNs;
-            (void)toNs;
-        }
     };
 
     class DonDoffListener {

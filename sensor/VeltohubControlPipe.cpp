@@ -52,7 +52,7 @@ void VeltohubProximitySensor::setupExecutionControlPipe() {
     mExecutionPipeFd = open(path.string(), O_RDWR | O_CLOEXEC);
     if (mExecutionPipeFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the control pipe: %s  errno=%d", path.string(), errno);
-    } else if (!isFifo(mExecutionPipeFd, path)) {
+    } else if (mRecovery && !isFifo(mExecutionPipeFd, path)) {
         tearDownExecutionControlPipe();
     }
 }
@@ -64,12 +64,12 @@ void VeltohubProximitySensor::setupRequestControlPipe() {
         return;
     }
     android::String8 path = Paths::resolve(kControlPipePath);
-    // Never blocks: writers hold both sensor mutexes, and a full pipe already
-    // holds enough wake-ups for the thread.
-    mRequestPipeFd = open(path.string(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    // With recovery it never blocks: writers hold both sensor mutexes, and a
+    // full pipe already holds enough wake-ups for the thread.
+    mRequestPipeFd = open(path.string(), O_RDWR | O_CLOEXEC | (mRecovery ? O_NONBLOCK : 0));
     if (mRequestPipeFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the control pipe %s  errno=%d", path.string(), errno);
-    } else if (!isFifo(mRequestPipeFd, path)) {
+    } else if (mRecovery && !isFifo(mRequestPipeFd, path)) {
         tearDownRequestControlPipe();
     }
 }

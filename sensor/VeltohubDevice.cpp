@@ -42,10 +42,11 @@ android::String8 VeltohubProximitySensor::getFullPath(const android::String8& di
 
 bool VeltohubProximitySensor::openDataFile() {
     android::String8 path = Paths::resolve(kDataDevicePath);
-    // Non-blocking: the hub can empty its FIFO (a reset, passthrough toggled)
-    // between the poll that saw a packet and the read, and a blocking read
-    // would then hold the event thread until the hub sends again.
-    int fd = open(path.string(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    // Non-blocking with recovery: the hub can empty its FIFO (a reset,
+    // passthrough toggled) between the poll that saw a packet and the read,
+    // and a blocking read would then hold the event thread until the hub
+    // sends again.
+    int fd = open(path.string(), O_RDONLY | O_CLOEXEC | (mRecovery ? O_NONBLOCK : 0));
     if (fd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Can't open the raw device! errno=%d", errno);
         return false;

@@ -119,6 +119,8 @@ void VeltohubProximitySensor::closePollingStructs() {
 }
 
 int VeltohubProximitySensor::pollTimeoutMillis(int64_t nowMs) const {
+    // Without recovery the thread sleeps until something happens.
+    if (!mRecovery) return -1;
     int64_t timeout = -1;
     if (mDeviceRetryAtMs >= 0) timeout = mDeviceRetryAtMs > nowMs ? mDeviceRetryAtMs - nowMs : 0;
     // With nobody listening the hub is paused and nothing needs watching.
@@ -132,16 +134,18 @@ int VeltohubProximitySensor::pollTimeoutMillis(int64_t nowMs) const {
 }
 
 bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
-    int64_t now = android::uptimeMillis();
+    // The clock is read only where recovery needs it: each read is a system
+    // call on every turn, that is on every sample.
+    int64_t now = mRecovery ? android::uptimeMillis() : 0;
     if (mDeviceRetryAtMs >= 0 && now >= mDeviceRetryAtMs) retryDataDevice(now);
     const bool streaming = android_atomic_acquire_load(&mStreaming) != 0;
     struct pollfd* first = streaming ? &mPollFds[0] : &mPollFds[1];
     const nfds_t count = streaming ? 4 : 3;
-    // Packets left from the last batch read count as a ready device: the poll
-    // only looks whether anything else is ready too. Otherwise the tail of a
-    // batch would wait for the hub's next packet, and be lost to a listener
-    // that leaves before it comes.
-    const bool batchPending = streaming && mBatchPacketsLeft > 0;
+    // With recovery, packets left from the last batch read count as a ready
+    // device: the poll only looks whether anything else is ready too.
+    // Otherwise the tail of a batch waits for the hub's next packet, and is
+    // lost to a listener that leaves before it comes.
+    const bool batchPending = mRecovery && streaming && mBatchPacketsLeft > 0;
     const int ready = poll(first, count, batchPending ? 0 : pollTimeoutMillis(now));
     if (ready < 0) {
         if (errno == EINTR) return true;
@@ -150,14 +154,10 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
     }
     if (batchPending) mPollFds[0].revents |= POLLIN;
     AutoWakeLock wakeLock(kEventWakeLockName, false);
-    if (processAllCommands() > 0 && streaming && !batchPending && mPollFds[0].revents != 0) {
-        // The commands may have emptied the device since the poll (passthrough
-        // turned off and on, the device reopened). Ask again without waiting:
-        // a read on the strength of the old answer would block the thread until
-        // the hub sends again, which a paused hub never does.
-        mPollFds[0].revents = 0;
-        poll(&mPollFds[0], 1, 0);
-    }
+    // A command may empty the device after the poll saw it readable (passthrough
+    // turned off and on, the device reopened); with recovery the device does
+    // not block, so the read that follows finds nothing and returns.
+    processAllCommands();
     if (ready == 0 && !batchPending) {
         // Nothing happened for a whole time-out: a good moment to look whether
         // the hub is still in the mode it was put in.
@@ -166,7 +166,7 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
         mNextSuspectCheckMs = now + kIdleCheckMillis;
         return true;
     }
-    if (mHubStateSuspect.load()) {
+    if (mRecovery && mHubStateSuspect.load()) {
         // A write of ours failed while samples keep coming: no silence will
         // trigger the check, so it runs on its own clock.
         now = android::uptimeMillis();
@@ -179,7 +179,7 @@ bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
         if (static_cast<int16_t>(mPollFds[i].revents) <= 0) continue;
         // A notified attribute reports priority data with the error; an error
         // alone means the file itself is broken (its driver or mount gone).
-        if ((i == 1 || i == 2) && (mPollFds[i].revents & POLLPRI) == 0) {
+        if (mRecovery && (i == 1 || i == 2) && (mPollFds[i].revents & POLLPRI) == 0) {
             __android_log_print(ANDROID_LOG_ERROR, kTag, "Interrupt file %s is broken (events 0x%x); no longer polled.",
                                 i == 1 ? "don_doff" : "wink", mPollFds[i].revents);
             close(mPollFds[i].fd);
@@ -224,7 +224,7 @@ void VeltohubProximitySensor::handleProxDataInterrupt() {
     ProxData sample(0, 0);
     const bool read = readOnePacket(&sample);
     if (!read && mReadWouldBlock) return;
-    if (!read || mFailedReads > 0) noteDataRead(read, android::uptimeMillis());
+    if (mRecovery && (!read || mFailedReads > 0)) noteDataRead(read, android::uptimeMillis());
     mHistoryBuffer.add(sample);
     dispatchProxData(sample);
     if (read) noteSampleClock(sample);
@@ -251,7 +251,7 @@ void VeltohubProximitySensor::startStreamingData() {
     if (writeToSysfsFile(android::String8("passthru_enable"), android::String8("1"))) {
         android_atomic_acquire_store(1, &mStreaming);
         mStreamRestarted = true;
-    } else {
+    } else if (mRecovery) {
         // No samples can come, so nothing may keep the device awake waiting
         // for them; the hub check writes it again and takes the lock back.
         release_wake_lock(kDataWakeLockName);

@@ -117,27 +117,44 @@ bool waitFor(const std::atomic<int>& count, int atLeast, int ms) {
     return count.load() >= atLeast;
 }
 
+// Stop pauses the hub. A data listener still registered keeps its streaming
+// and wake lock through a plain stop; with hub recovery the stop ends both,
+// since nobody reads the device any more.
 TEST(VeltohubEventThread, StartPreparesTheHubAndStopPausesIt) {
-    PlainFileHub hub;
-    PlainFileHub::set("pause", "0");
-    VeltohubProximitySensor sensor;
-    ASSERT_TRUE(sensor.start());
-    EXPECT_EQ("5", PlainFileHub::get("activity_threshold"));
-    EXPECT_EQ("1", PlainFileHub::get("pause"));
-    // A command's wake-up byte is read off the control pipe, so the idle
-    // thread sleeps instead of waking at every poll.
-    PlainFileHub::set("pause", "0");
-    sensor.setPause(true);
-    const std::string locks = test::underRoot("/sys/power/wake_lock");
-    for (int i = 0; i < 10000 && PlainFileHub::get("pause") != "1"; ++i) usleep(1000);
-    ASSERT_EQ("1", PlainFileHub::get("pause"));
-    const std::string before = test::readFile(locks);
-    usleep(300000);
-    EXPECT_LE(test::readFile(locks).size(), before.size() + 3 * strlen(VeltohubProximitySensor::kEventWakeLockName))
-            << "the idle event thread keeps waking";
-    PlainFileHub::set("pause", "0");  // as a listener would have left it
-    sensor.stop();
-    EXPECT_EQ("1", PlainFileHub::get("pause"));
+    for (bool recovers : {false, true}) {
+        SCOPED_TRACE(recovers ? "with hub recovery" : "without");
+        PlainFileHub hub;
+        PlainFileHub::set("pause", "0");
+        FifoDevice device;
+        test::ScopedHubRecovery recovery(recovers);
+        VeltohubProximitySensor sensor;
+        ASSERT_TRUE(sensor.start());
+        EXPECT_EQ("5", PlainFileHub::get("activity_threshold"));
+        EXPECT_EQ("1", PlainFileHub::get("pause"));
+        // A command's wake-up byte is read off the control pipe, so the idle
+        // thread sleeps instead of waking at every poll.
+        PlainFileHub::set("pause", "0");
+        sensor.setPause(true);
+        const std::string locks = test::underRoot("/sys/power/wake_lock");
+        for (int i = 0; i < 10000 && PlainFileHub::get("pause") != "1"; ++i) usleep(1000);
+        ASSERT_EQ("1", PlainFileHub::get("pause"));
+        const std::string before = test::readFile(locks);
+        usleep(300000);
+        EXPECT_LE(test::readFile(locks).size(), before.size() + 3 * strlen(VeltohubProximitySensor::kEventWakeLockName))
+                << "the idle event thread keeps waking";
+        sensor.setPause(false);
+
+        Counter listener;
+        sensor.addProxDataListener(&listener, 0);
+        ASSERT_TRUE(waitFor(listener.samples, 1, 5000));
+        ASSERT_EQ("1", PlainFileHub::get("passthru_enable"));
+        test::writeFile(test::underRoot("/sys/power/wake_unlock"), "");
+        sensor.stop();
+        EXPECT_EQ("1", PlainFileHub::get("pause"));
+        EXPECT_EQ(recovers ? "0" : "1", PlainFileHub::get("passthru_enable"));
+        EXPECT_EQ(recovers, test::readFile(test::underRoot("/sys/power/wake_unlock")).find("Veltohub_ProxData_WakeLock") !=
+                                    std::string::npos);
+    }
 }
 
 // With the variable unset, the real start-up delay: the thread handles nothing
@@ -160,9 +177,12 @@ TEST(VeltohubEventThread, TheDefaultDelayHoldsTheFirstTurnForFifteenSeconds) {
     sensor.stop();
 }
 
+// With hub recovery: the device does not block, so a read that finds it
+// empty returns. (Without, a blocking read waits for the hub's next packet.)
 TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {
     PlainFileHub hub;
     QuietFifo device;
+    test::ScopedHubRecovery recovery(true);
     VeltohubProximitySensor sensor;
     ASSERT_TRUE(sensor.start());
     Gate gate;

@@ -29,6 +29,11 @@ const char VeltohubProximitySensor::kEventWakeLockName[] = "WakeLock_ProximitySe
 
 android::Mutex VeltohubProximitySensor::smSingletonLock;
 VeltohubProximitySensor* VeltohubProximitySensor::smSingleton = nullptr;
+std::atomic<bool> VeltohubProximitySensor::smHubRecoveryEnabled{false};
+
+void VeltohubProximitySensor::setHubRecoveryEnabled(bool enabled) { smHubRecoveryEnabled.store(enabled); }
+
+bool VeltohubProximitySensor::isHubRecoveryEnabled() { return smHubRecoveryEnabled.load(); }
 
 VeltohubProximitySensor* VeltohubProximitySensor::getInstance() {
     android::Mutex::Autolock lock(smSingletonLock);
@@ -54,7 +59,8 @@ VeltohubProximitySensor* VeltohubProximitySensor::getInstance() {
 }
 
 VeltohubProximitySensor::VeltohubProximitySensor()
-    : mProxDataListenersChanged(false),
+    : mRecovery(smHubRecoveryEnabled.load()),
+      mProxDataListenersChanged(false),
       mHistoryBuffer(kHistorySize, ProxData::kInvalidInstance),
       mDonDoffState(false),
       mUserPaused(false),
@@ -111,7 +117,8 @@ void VeltohubProximitySensor::stopAtExit() {
         android::Mutex::Autolock lock(smSingletonLock);
         sensor = smSingleton;
     }
-    if (sensor != nullptr && sensor->isStarted()) {
+    // Without its control pipe the thread could not be woken to stop.
+    if (sensor != nullptr && sensor->isStarted() && sensor->mRequestPipeFd > 0) {
         __android_log_print(ANDROID_LOG_INFO, kTag, "Process exit: stopping the sensor and pausing the hub.");
         sensor->stop();
     }
@@ -126,7 +133,7 @@ bool VeltohubProximitySensor::start() {
     if (!isHardwareAvailable()) return false;
     setupExecutionControlPipe();
     setupRequestControlPipe();
-    if (mExecutionPipeFd < 0 || mRequestPipeFd < 0) {
+    if (mRecovery && (mExecutionPipeFd < 0 || mRequestPipeFd < 0)) {
         // Without the pipe nothing could wake the thread, not even to stop it.
         __android_log_print(ANDROID_LOG_ERROR, kTag, "No control pipe: the sensor's event thread is not started.");
         tearDownRequestControlPipe();
@@ -153,9 +160,9 @@ void VeltohubProximitySensor::stop() {
     tearDownExecutionControlPipe();
     closeDataFile();
     destroyControlPipe();
-    // Nobody reads the device any more: the hub stops streaming and pauses,
-    // and the data wake lock (a named lock, which outlives the process) goes.
-    if (mWantStreaming || android_atomic_acquire_load(&mStreaming) != 0) {
+    // With recovery, nobody reading the device any more also ends streaming
+    // and the data wake lock (a named lock, which outlives the process).
+    if (mRecovery && (mWantStreaming || android_atomic_acquire_load(&mStreaming) != 0)) {
         stopStreamingData();
         release_wake_lock(kDataWakeLockName);
     }

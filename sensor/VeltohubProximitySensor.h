@@ -34,11 +34,16 @@ namespace velto {
 // guards the hub, the command queue and the streaming requests. The listener
 // mutex is always taken first; never the reverse.
 //
-// Faults of the hub are recovered on the event thread: a clock that steps back
-// restarts every data listener on the new clock; a data device that fails is
-// read again with back-off (and reopened); when the hub has been silent for a
-// while, its mode is compared with what the service asked for and rewritten
-// (after a hub reset, with the thresholds last written too).
+// Hub recovery (off unless a platform service turns it on with
+// setHubRecoveryEnabled before the sensor is created) finds the way back from
+// hub faults on the event thread: a clock that steps back restarts every data
+// listener on the new clock; a data device that fails is read again with
+// back-off (and reopened); when the hub has been silent for a while, its mode
+// is compared with what the service asked for and rewritten (after a hub
+// reset, with the thresholds last written too). It changes what the driver
+// does in the plain design (a non-blocking data device, a poll that times out,
+// a stop that also ends streaming, a control pipe that must be a FIFO), hence
+// the opt-in.
 class VeltohubProximitySensor : public virtual ProximitySensorInterface {
 public:
     // One registered data listener: it receives samples from deviceHorizonNs on.
@@ -74,6 +79,12 @@ public:
     // The singleton, created and started on first use; null when the hub is
     // absent or could not be started (a later call tries again).
     static VeltohubProximitySensor* getInstance();
+    // Hub recovery for sensors created from now on (the service creates its
+    // sensor at its first start()). Off by default.
+    static void setHubRecoveryEnabled(bool enabled);
+    static bool isHubRecoveryEnabled();
+    // Whether this sensor recovers from hub faults (fixed at its creation).
+    bool recovers() const { return mRecovery; }
     // The hub is present: its `version` attribute exists.
     static bool existsOnDevice();
 
@@ -213,6 +224,10 @@ protected:
 
     static android::Mutex smSingletonLock;
     static VeltohubProximitySensor* smSingleton;
+    static std::atomic<bool> smHubRecoveryEnabled;
+
+    // Hub recovery on (see the class comment); set at construction.
+    bool mRecovery;
 
     mutable android::Mutex mSensorLock;
     mutable android::Mutex mListenerLock;

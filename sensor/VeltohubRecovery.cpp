@@ -8,6 +8,7 @@
 #include <string.h>
 #include <utils/SystemClock.h>
 
+#include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/VeltohubProximitySensor.h"
 #include "veltoutils/Utils.h"
 
@@ -125,7 +126,15 @@ void VeltohubProximitySensor::noteSampleClock(const ProxData& sample) {
     mStreamRestarted = false;
     switch (mClockMonitor.add(ts)) {
         case SampleClockMonitor::BACKWARD:
-            restartListenersOnNewClock(sample, mClockMonitor.previous());
+            if (mRecovery) {
+                restartListenersOnNewClock(sample, mClockMonitor.previous());
+            } else if (mStreamLog.allow(android::uptimeMillis())) {
+                // Listeners keep their horizons on the old clock and skip
+                // the new one's samples until it passes them.
+                __android_log_print(ANDROID_LOG_WARN, kTag,
+                                    "Hub clock went back from %lld ns to %lld ns (hub reset?); hub recovery is off.",
+                                    static_cast<long long>(mClockMonitor.previous()), static_cast<long long>(ts));
+            }
             break;
         case SampleClockMonitor::FORWARD:
             if (!restarted && mStreamLog.allow(android::uptimeMillis())) {
@@ -171,7 +180,8 @@ void VeltohubProximitySensor::restartListenersOnNewClock(const ProxData& sample,
                         static_cast<int>(mProxDataListenersSnapshot.size()));
     // Each listener resets its own time state; called without any lock.
     for (size_t i = 0; i < mProxDataListenersSnapshot.size(); ++i) {
-        ProxDataListener* listener = mProxDataListenersSnapshot[i].listener;
+        ProxDataDiscontinuityListener* listener =
+                dynamic_cast<ProxDataDiscontinuityListener*>(mProxDataListenersSnapshot[i].listener);
         if (listener != nullptr) listener->onProxDataDiscontinuity(fromNs, toNs);
     }
 }

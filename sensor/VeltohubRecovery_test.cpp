@@ -1,5 +1,6 @@
 // Recovery after hub faults, on a hub of plain files and the event thread's
 // handlers called directly.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 
 #include <fstream>
 
+#include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/VeltohubTestHub.h"
 #include "tests/harness/LogCapture.h"
 
@@ -17,7 +19,7 @@ using test::LogCapture;
 using test::PlainFileHub;
 using test::TestableSensor;
 
-struct ClockListener : public ProximitySensorInterface::ProxDataListener {
+struct ClockListener : public ProximitySensorInterface::ProxDataListener, public ProxDataDiscontinuityListener {
     std::vector<int64_t> stamps;
     std::vector<std::pair<long long, long long>> steps;
     void onProxData(const ProxData& data) override { stamps.push_back(data.mTimestampNanos); }
@@ -26,6 +28,7 @@ struct ClockListener : public ProximitySensorInterface::ProxDataListener {
 
 class VeltohubRecoveryTest : public ::testing::Test {
 protected:
+    VeltohubRecoveryTest() { sensor.setRecovery(true); }
     // Appends packets to the device file and handles one wake-up for each.
     void feed(const std::vector<uint64_t>& stamps) {
         const std::string device = test::underRoot("/dev/veltohub");
@@ -138,6 +141,43 @@ TEST_F(VeltohubRecoveryTest, StartFailsCleanlyWhenTheControlPipeIsNotAFifo) {
     EXPECT_TRUE(LogCapture::contains("is not a FIFO; not used."));
     EXPECT_TRUE(LogCapture::contains("No control pipe: the sensor's event thread is not started."));
     sensor.stop();  // returns: there is no thread to wait for
+}
+
+// Without hub recovery the driver is the plain design: a blocking device, a
+// poll without time-out, a control pipe used whatever its type, and a clock
+// step that is only reported (listeners keep their horizons).
+TEST(VeltohubWithoutRecovery, TheDriverKeepsItsPlainBehaviour) {
+    PlainFileHub hub;
+    test::ScopedLogCapture capture;
+    const std::string device = test::underRoot("/dev/veltohub");
+    test::writeFile(device, PlainFileHub::packet(6000000000, 800) + PlainFileHub::packet(1000000, 800) +
+                                    PlainFileHub::packet(32250000, 800));
+    TestableSensor plain, recovering;
+    recovering.setRecovery(true);
+    for (TestableSensor* s : {&plain, &recovering}) {
+        ASSERT_TRUE(s->openDataFile());
+        EXPECT_EQ(s == &recovering, (fcntl(s->mPollFds[0].fd, F_GETFL) & O_NONBLOCK) != 0);
+    }
+    ClockListener l;
+    plain.addProxDataListener(&l, 0);
+    recovering.addProxDataListener(&l, 0);
+    EXPECT_EQ(-1, plain.pollTimeoutMillis(android::uptimeMillis()));
+    EXPECT_GT(recovering.pollTimeoutMillis(android::uptimeMillis()), 0);
+    recovering.removeProxDataListener(&l);
+
+    plain.executeFlushFifo();
+    plain.setStreaming(true);
+    for (int i = 0; i < 3; ++i) plain.handleProxDataInterrupt();
+    EXPECT_EQ(std::vector<int64_t>({6000000000}), l.stamps);  // the new clock is below the horizon
+    EXPECT_TRUE(l.steps.empty());
+    EXPECT_EQ(1, LogCapture::count("Hub clock went back from 6000000000 ns to 1000000 ns (hub reset?); hub recovery is off."));
+    plain.removeProxDataListener(&l);
+
+    test::writeFile(test::underRoot(VeltohubProximitySensor::kControlPipePath), "");
+    plain.openPipes();
+    EXPECT_GT(plain.mExecutionPipeFd, 0);
+    EXPECT_GT(plain.mRequestPipeFd, 0);
+    EXPECT_FALSE(LogCapture::contains("is not a FIFO"));
 }
 
 }  // namespace

@@ -26,6 +26,18 @@ struct PlainFileHub {
     static std::string packet(uint64_t timestampNs, uint16_t value);
 };
 
+// Hub recovery for the sensors created in its scope.
+class ScopedHubRecovery {
+public:
+    explicit ScopedHubRecovery(bool on) : mWas(VeltohubProximitySensor::isHubRecoveryEnabled()) {
+        VeltohubProximitySensor::setHubRecoveryEnabled(on);
+    }
+    ~ScopedHubRecovery() { VeltohubProximitySensor::setHubRecoveryEnabled(mWas); }
+
+private:
+    const bool mWas;
+};
+
 class TestableSensor : public VeltohubProximitySensor {
 public:
     using VeltohubProximitySensor::dispatchProxData;
@@ -53,6 +65,8 @@ public:
     using VeltohubProximitySensor::setPauseInternal;
     using VeltohubProximitySensor::mDeviceRetryAtMs;
     using VeltohubProximitySensor::mPollFds;
+    using VeltohubProximitySensor::mExecutionPipeFd;
+    using VeltohubProximitySensor::mRequestPipeFd;
 
     // The two pipe ends, as start() makes them, so queued commands wake nobody
     // but can be read back.
@@ -70,6 +84,9 @@ public:
         mCommands.clear();
     }
     void setStreaming(bool on) { mStreaming = on ? 1 : 0; }
+    // Hub recovery for this sensor, as if it had been created with it.
+    void setRecovery(bool on) { mRecovery = on; }
+    using VeltohubProximitySensor::pollTimeoutMillis;
 };
 
 }  // namespace test

@@ -3,7 +3,7 @@
 // simulator is a child process. Prints one table with the goal beside each
 // figure (see docs/performance.md).
 //
-//   bench_e2e [--seconds S] [--idle-seconds S] [--no-strace] [--strace-table FILE] [--json]
+//   bench_e2e [--seconds S] [--idle-seconds S] [--no-strace] [--strace-table FILE] [--no-hub-recovery] [--json]
 //
 // Exit status: 0 when it measured (whether or not every goal is met), 1 when
 // the simulator or the service could not be brought up.
@@ -130,12 +130,13 @@ std::string fmt(const char* f, double v) {
 int main(int argc, char** argv) {
     CLI::App app{"bench_e2e: CPU, wake-ups, system calls and latency of the service against veltohub-sim at 32 Hz"};
     double seconds = 30, idleSeconds = 20, straceSeconds = 10;
-    bool json = false, noStrace = false;
+    bool json = false, noStrace = false, noHubRecovery = false;
     std::string straceTable;
     app.add_option("--seconds", seconds, "Length of the streaming window")->check(CLI::Range(5.0, 3600.0));
     app.add_option("--idle-seconds", idleSeconds, "Length of the idle window (DON only)")->check(CLI::Range(5.0, 3600.0));
     app.add_flag("--no-strace", noStrace, "Do not count system calls");
     app.add_option("--strace-table", straceTable, "Write strace's table of system calls by name to this file");
+    app.add_flag("--no-hub-recovery", noHubRecovery, "Run the sensor without hub recovery (the plain driver)");
     app.add_flag("--json", json, "Print the figures as one JSON object");
     tools::addVersionFlag(app, "bench_e2e");
     const int parsed = tools::parseCommandLine(app, "bench_e2e", argc, argv);
@@ -168,6 +169,8 @@ int main(int argc, char** argv) {
     setenv("VELTOGAZE_THREAD_DELAY_MS", "0", 1);
     setenv("VELTOGAZE_SERIAL", "G1", 1);
 
+    // As gazectl runs the service, unless asked for the plain driver.
+    VeltohubProximitySensor::setHubRecoveryEnabled(!noHubRecovery);
     GazeService* service = GazeService::getInstance();
     android::sp<Client> client = new Client();
     service->setGazeListener(client);

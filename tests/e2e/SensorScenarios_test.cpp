@@ -100,6 +100,7 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
 TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
     hubsim::HubSimProcess sim;
     startHub(&sim, e2e::scenario("wearer baseline 1200\nwearer wink-amp 300\nstart off\n", 4));
+    VeltohubProximitySensor::setHubRecoveryEnabled(true);  // for the vanishing hub at the end
     VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
     ASSERT_NE(nullptr, sensor);
     DonDoffs donDoffs;
@@ -128,8 +129,8 @@ TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
     EXPECT_EQ("0", value(sim.command("get wink_enable")));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
 
-    // The hub goes away: its broken files are dropped from the poll set
-    // instead of waking the thread without end.
+    // The hub goes away: with hub recovery its broken files are dropped from
+    // the poll set instead of waking the thread without end.
     ASSERT_TRUE(sim.stop());
     EXPECT_TRUE(waitFor([&] { return LogCapture::count("no longer polled.") == 2; }));
     const size_t handled = LogCapture::count("interrupt!");

@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
 #include "tests/harness/LogCapture.h"
 #include "tools/hubsim/testing/HubSimProcess.h"
@@ -171,6 +172,8 @@ bool Soak::run(int hubMinutes) {
     setenv("VELTOGAZE_ROOT", mSim.root().c_str(), 1);
     setenv("VELTOGAZE_THREAD_DELAY_MS", "0", 1);
     setenv("VELTOGAZE_SERIAL", "G1", 1);
+    // As a platform service should run it: the faults below need recovery.
+    VeltohubProximitySensor::setHubRecoveryEnabled(true);
     mService = GazeService::getInstance();
     mService->setGazeListener(mClient);
     if (!mService->start()) {

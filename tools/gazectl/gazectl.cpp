@@ -27,6 +27,7 @@
 #include "tools/gazectl/GuidedCalibration.h"
 #include "tools/gazectl/LogRouter.h"
 #include "tools/gazectl/Status.h"
+#include "sensor/VeltohubProximitySensor.h"
 #include "tools/hubsim/ControlClient.h"
 #include "veltoutils/Paths.h"
 
@@ -253,13 +254,15 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     tools::addVersionFlag(app, "gazectl");
     std::string root, serial, logPath;
-    bool verbose = false, wait = false;
+    bool verbose = false, wait = false, noHubRecovery = false;
     unsigned int threadDelayMs = 0;
     app.add_option("--root", root, "Directory that stands in for / (sets VELTOGAZE_ROOT)");
     app.add_option("--serial", serial, "Device serial number; its first letter is the hardware revision (WINK needs G or later)");
     app.add_option("--log", logPath, "Append every line the service logs to this file");
     app.add_flag("-v,--verbose", verbose, "Show every line the service logs on stderr");
     app.add_flag("--wait", wait, "Wait for the sensor hub to appear (and, in watch, to come back)");
+    app.add_flag("--no-hub-recovery", noHubRecovery,
+                 "Run the sensor without hub recovery, as the plain driver does (see docs/gazectl.md)");
     app.add_option("--thread-delay-ms", threadDelayMs, "Delay of the sensor thread's first turn (default 0; a device waits 15000)")
             ->check(CLI::Range(0u, 60000u));
 
@@ -335,6 +338,9 @@ int main(int argc, char** argv) {
     if (!root.empty()) setenv("VELTOGAZE_ROOT", root.c_str(), 1);
     if (!serial.empty()) setenv("VELTOGAZE_SERIAL", serial.c_str(), 1);
     setenv("VELTOGAZE_THREAD_DELAY_MS", std::to_string(threadDelayMs).c_str(), 0);
+    // A service that runs for days should find its way back from hub faults
+    // by itself; the sensor is created by the first start, below.
+    VeltohubProximitySensor::setHubRecoveryEnabled(!noHubRecovery);
     LogRouter& log = LogRouter::install();
     log.setVerbose(verbose);
     std::string error;
