@@ -17,6 +17,7 @@
 #include <atomic>
 #include <chrono>
 #include <set>
+#include <thread>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -38,12 +39,32 @@ typedef velto::GazeServiceInterface G;
 namespace {
 
 std::atomic<bool> gInterrupted{false};
-std::atomic<int> gSignals{0};
 
-void onSignal(int) {
-    gInterrupted.store(true);
-    // A second Ctrl-C while gazectl cleans up: the person wants out now.
-    if (gSignals.fetch_add(1) >= 1) _exit(tools::kExitInterrupted);
+// Ctrl-C and SIGTERM are taken by one thread that waits for them while every
+// other thread blocks them. A handler would run on whichever thread the
+// kernel picks, and a runtime that defers handlers (ThreadSanitizer's, for
+// one) can hold it back for as long as that thread is busy elsewhere; a
+// calibration then ran its whole interval as if Ctrl-C never came.
+sigset_t stopSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+void takeStopSignals() {
+    const sigset_t set = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    std::thread([set] {
+        for (int count = 0;; ++count) {
+            int sig = 0;
+            if (sigwait(&set, &sig) != 0) continue;
+            gInterrupted.store(true);
+            // A second Ctrl-C while gazectl cleans up: the person wants out now.
+            if (count >= 1) _exit(tools::kExitInterrupted);
+        }
+    }).detach();
 }
 
 int64_t nowNanos() { return systemTime(SYSTEM_TIME_MONOTONIC); }
@@ -250,6 +271,8 @@ nlohmann::json dumpToJson(const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before any other thread exists, so that every thread inherits the mask.
+    takeStopSignals();
     CLI::App app{"gazectl: drive the gaze service: watch gestures, calibrate, record raw data, show status"};
     app.require_subcommand(1);
     tools::addVersionFlag(app, "gazectl");
@@ -346,11 +369,6 @@ int main(int argc, char** argv) {
     std::string error;
     if (!logPath.empty() && !log.openFile(logPath, &error)) return tools::usageError("gazectl", error);
 
-    struct sigaction action {};
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
     ::signal(SIGPIPE, SIG_IGN);  // a closed stdout shows as a failed write
 
     if (*statusCmd) {
@@ -412,6 +430,7 @@ int main(int argc, char** argv) {
     client->shutdown();
     log.finish();
     if (status == kRestart) {
+        // The mask and any pending Ctrl-C carry over to the new image.
         execv("/proc/self/exe", argv);
         fprintf(stderr, "gazectl: cannot start again: %s\n", strerror(errno));
         return tools::kExitFailed;
