@@ -97,13 +97,15 @@ TEST(BoostingDetector, ResamplesResetsOnBigGapsAndAveragesDetections) {
     EXPECT_FLOAT_EQ(22.0f, d.getSample()->valueAt(2));
     EXPECT_FLOAT_EQ(30.0f, d.getSample()->valueAt(3));
 
-    d.normalizeFrameRateAndDetectGesture(1161.0, 7.0f, &info);  // 81 ms
+    d.normalizeFrameRateAndDetectGesture(1160.0, 30.0f, &info);  // exactly 80 ms: still interpolated
+    EXPECT_FALSE(test::LogCapture::contains("Big gap in input signal: 80.000000 ms."));
+    d.normalizeFrameRateAndDetectGesture(1241.0, 7.0f, &info);  // 81 ms
     EXPECT_TRUE(test::LogCapture::contains("Big gap in input signal: 81.000000 ms. Resetting."));
     EXPECT_FALSE(d.getSample()->full());
     EXPECT_EQ(7.0f, d.getSample()->valueAt(0));
     EXPECT_EQ(0.0f, d.getSample()->valueAt(1));
 
-    double t = 1161.0;
+    double t = 1241.0;
     bool detected = false;
     for (float v : {0.0f, 0.0f, 0.0f, 100.0f, 0.0f, 100.0f}) {
         t += 20.0;

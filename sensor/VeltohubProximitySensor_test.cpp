@@ -239,6 +239,9 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
         EXPECT_EQ(3, untouched.winkMin) << b.first;
         PlainFileHub::set(b.first, before);
     }
+    PlainFileHub::set("detector_gain", "0");  // the lowest gain is a gain
+    ASSERT_TRUE(sensor.getMCUParams(&back));
+    EXPECT_EQ(0, back.gain);
 
     // The debug FIFO stops at the word marked last.
     PlainFileHub::set("mcu_debug16", std::to_string(32768 + 7));
@@ -293,7 +296,9 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     EXPECT_EQ(1, listener.winks);
     sensor.removeLowPowerWinkListener(&listener);
     // The don/doff attribute holds "1\n" or "0\n".
+    EXPECT_FALSE(sensor.isDonDoffEnabled());
     sensor.addDonDoffListener(&listener, false);
+    EXPECT_TRUE(sensor.isDonDoffEnabled());
     PlainFileHub::set("don_doff", "1\n");
     sensor.handleDonDoffInterrupt();
     PlainFileHub::set("don_doff", "0\n");

@@ -51,6 +51,8 @@ TEST(GazeService, SingletonSendsEveryGestureAsATenMillisecondSpanEndingNow) {
     EXPECT_EQ(static_cast<G*>(service), G::getInstance());
     EXPECT_TRUE(service->getMasterEnable());
     EXPECT_FALSE(service->isGestureSupported(G::WINK));  // nothing before start
+    EXPECT_FALSE(service->start());  // no hub under this root
+    EXPECT_FALSE(service->isGestureSupported(G::DON));
 
     test::ScopedLogCapture capture;
     service->sendEyeGestureEventNow(G::DON);  // no listener yet: dropped with a warning
