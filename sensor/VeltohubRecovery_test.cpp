@@ -87,6 +87,7 @@ TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
     test::writeFile(device, PlainFileHub::packet(7000000000, 900));
     sensor.retryDataDevice(android::uptimeMillis() + 2000);  // late enough to reopen
     EXPECT_GE(sensor.mPollFds[0].fd, 0);
+    EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // reopened: no retry pending
     sensor.handleProxDataInterrupt();
     EXPECT_EQ(7000000000, l.stamps.back());
     EXPECT_TRUE(LogCapture::contains("The data device reads again after 200 failed reads"));
