@@ -121,18 +121,25 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     EXPECT_EQ("1", PlainFileHub::get("pause"));
     EXPECT_TRUE(LogCapture::lines().empty());
 
-    // An interrupt enable the hub did not take is written at the next check.
-    struct : public ProximitySensorInterface::DonDoffListener {
+    // Interrupt enables the hub did not take are written at the next check.
+    struct : public ProximitySensorInterface::DonDoffListener, public ProximitySensorInterface::LowPowerWinkListener {
         void onDonDoff(bool) override {}
-    } worn;
-    unlink(PlainFileHub::attr("don_doff_enable").c_str());
-    test::makeDirs(PlainFileHub::attr("don_doff_enable"));
-    sensor.addDonDoffListener(&worn, false);
-    rmdir(PlainFileHub::attr("don_doff_enable").c_str());
-    PlainFileHub::set("don_doff_enable", "0");
-    sensor.checkHubState(android::uptimeMillis() + 20000);
-    EXPECT_EQ("1", PlainFileHub::get("don_doff_enable"));
-    sensor.removeDonDoffListener(&worn);
+        void onLowPowerWink() override {}
+    } listener;
+    for (int wink = 0; wink < 2; ++wink) {
+        const char* node = wink ? "wink_enable" : "don_doff_enable";
+        SCOPED_TRACE(node);
+        unlink(PlainFileHub::attr(node).c_str());
+        test::makeDirs(PlainFileHub::attr(node));
+        if (wink) sensor.addLowPowerWinkListener(&listener);
+        else sensor.addDonDoffListener(&listener, false);
+        rmdir(PlainFileHub::attr(node).c_str());
+        PlainFileHub::set(node, "0");
+        sensor.checkHubState(android::uptimeMillis() + 20000 + wink * 5000);
+        EXPECT_EQ("1", PlainFileHub::get(node));
+    }
+    sensor.removeDonDoffListener(&listener);
+    sensor.removeLowPowerWinkListener(&listener);
 }
 
 TEST_F(VeltohubRecoveryTest, StartFailsCleanlyWhenTheControlPipeIsNotAFifo) {

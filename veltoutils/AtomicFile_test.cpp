@@ -1,6 +1,7 @@
 #include "veltoutils/AtomicFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <functional>
 
@@ -16,6 +17,9 @@ const char kFile[] = "/data/system/gaze/atomic/params.txt";
 TEST(AtomicFile, ReplacesWholeAndStagedFilesWaitForCommit) {
     ASSERT_TRUE(AtomicFile::write(kFile, android::String8("first\n")));
     EXPECT_EQ("first\n", test::readFile(test::underRoot(kFile)));
+    struct stat st;
+    ASSERT_EQ(0, stat(test::underRoot(kFile).c_str(), &st));
+    EXPECT_EQ(0644u, st.st_mode & 07777);  // readable by the other system services
 
     {
         AtomicFile file(kFile);
