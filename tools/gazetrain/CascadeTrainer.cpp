@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <thread>
@@ -49,7 +50,7 @@ bool CascadeTrainer::passesCascade(const SeqSample& window) const {
 }
 
 std::vector<std::unique_ptr<SeqSample>> CascadeTrainer::collect(WindowRole role, size_t count, uint64_t salt,
-                                                                 size_t* passed, size_t* total) const {
+                                                                 size_t* passed, size_t* total, Pool from) const {
     const int threads = std::max(1, mParams.threads);
     std::vector<std::vector<Candidate>> heaps(static_cast<size_t>(threads));
     std::vector<size_t> passedBy(static_cast<size_t>(threads), 0), totalBy(static_cast<size_t>(threads), 0);
@@ -58,6 +59,7 @@ std::vector<std::unique_ptr<SeqSample>> CascadeTrainer::collect(WindowRole role,
         std::vector<Candidate>& heap = heaps[static_cast<size_t>(t)];
         for (size_t s = static_cast<size_t>(t); s < mStreams.size(); s += static_cast<size_t>(threads)) {
             const TrainingStream& stream = mStreams[s];
+            if (from != Pool::All && stream.negativesOnly != (from == Pool::NegativesOnly)) continue;
             slideWindows(stream.grid, mWindowLength, [&](size_t i, const SeqSample& window) {
                 if (stream.roles[i] != role || !stream.gate.contains(window.magnitude())) return;
                 ++totalBy[static_cast<size_t>(t)];
@@ -96,6 +98,30 @@ std::vector<std::unique_ptr<SeqSample>> CascadeTrainer::collect(WindowRole role,
     return out;
 }
 
+std::vector<std::unique_ptr<SeqSample>> CascadeTrainer::drawNegatives(
+        int layer, size_t* passed, size_t* total, const std::function<void(const std::string&)>& log) const {
+    const uint64_t salt = static_cast<uint64_t>(layer) + 1;
+    const bool anyNegativesOnly = std::any_of(mStreams.begin(), mStreams.end(),
+                                              [](const TrainingStream& s) { return s.negativesOnly; });
+    if (mParams.negativesOnlyShare < 0 || !anyNegativesOnly) {
+        return collect(WindowRole::Negative, mParams.negativesPerLayer, salt, passed, total);
+    }
+    const size_t reserved = static_cast<size_t>(
+            std::lround(std::min(1.0, mParams.negativesOnlyShare) * static_cast<double>(mParams.negativesPerLayer)));
+    size_t passedOnly = 0, totalOnly = 0;
+    std::vector<std::unique_ptr<SeqSample>> out =
+            collect(WindowRole::Negative, reserved, salt, &passedOnly, &totalOnly, Pool::NegativesOnly);
+    std::vector<std::unique_ptr<SeqSample>> rest = collect(WindowRole::Negative, mParams.negativesPerLayer - out.size(),
+                                                           salt, passed, total, Pool::Labelled);
+    log(format("layer %d: %zu of its negatives from the negatives-only corpora, which the cascade passes %zu of %zu "
+               "windows of",
+               layer + 1, out.size(), passedOnly, totalOnly));
+    *passed += passedOnly;
+    *total += totalOnly;
+    for (auto& w : rest) out.push_back(std::move(w));
+    return out;
+}
+
 void CascadeTrainer::train(const std::function<void(const std::string&)>& log) {
     size_t passed = 0, total = 0;
     mPositives = collect(WindowRole::Positive, mParams.maxPositives, 0, &passed, &total);
@@ -109,9 +135,7 @@ void CascadeTrainer::train(const std::function<void(const std::string&)>& log) {
     }
     for (int layer = 0; layer < mParams.maxLayers; ++layer) {
         const auto start = std::chrono::steady_clock::now();
-        std::vector<std::unique_ptr<SeqSample>> negatives =
-                collect(WindowRole::Negative, mParams.negativesPerLayer, static_cast<uint64_t>(layer) + 1, &passed,
-                        &total);
+        std::vector<std::unique_ptr<SeqSample>> negatives = drawNegatives(layer, &passed, &total, log);
         mPoolSize = total;
         if (!mSummaries.empty()) mSummaries.back().poolPassed = passed;
         log(format("layer %d: the cascade passes %zu of %zu negative windows (%.3g)", layer + 1, passed, total,

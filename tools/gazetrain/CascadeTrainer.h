@@ -22,6 +22,11 @@ struct CascadeParams {
     size_t maxPositives = 6000;       // a random share of the positive windows when there are more
     size_t negativesPerLayer = 8000;  // drawn from the windows that the layers so far pass
     size_t minNegatives = 50;         // stop when fewer are left
+    // Share of each layer's negatives drawn from negatives-only streams (as
+    // many as they still have that the cascade passes; the rest from the
+    // other streams). Below 0: all negatives are drawn alike, so a small
+    // negatives-only corpus gives a share in proportion to its size.
+    double negativesOnlyShare = -1.0;
     // Windows outside this range of magnitude are never classified positive
     // (the cascade rejects them before its layers); they are not examples.
     Interval<float> magnitudeGate{5.0f, 1000.0f};
@@ -73,10 +78,15 @@ private:
     };
 
     bool passesCascade(const SeqSample& window) const;
-    // Up to `count` windows of `role` that the cascade passes, those with the
-    // smallest hashes; `passed` counts all of them.
+    enum class Pool { All, Labelled, NegativesOnly };
+    // Up to `count` windows of `role` in the streams of `from` that the
+    // cascade passes, those with the smallest hashes; `passed` counts all of
+    // them.
     std::vector<std::unique_ptr<SeqSample>> collect(WindowRole role, size_t count, uint64_t salt, size_t* passed,
-                                                    size_t* total) const;
+                                                    size_t* total, Pool from = Pool::All) const;
+    // A layer's negatives, with the negatives-only share when one is set.
+    std::vector<std::unique_ptr<SeqSample>> drawNegatives(int layer, size_t* passed, size_t* total,
+                                                          const std::function<void(const std::string&)>& log) const;
 
     const std::vector<TrainingStream>& mStreams;
     const int mWindowLength;

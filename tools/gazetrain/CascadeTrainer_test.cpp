@@ -14,10 +14,12 @@ namespace velto {
 namespace gazetools {
 namespace {
 
-// Two short synthetic recordings with many double blinks.
-std::vector<TrainingStream> tinyCorpus(const TargetSetup& setup) {
+// Two short synthetic recordings with many double blinks; with
+// `negativesOffset`, a third that is taken as negatives only, its readings
+// raised by that much so that its windows can be told apart.
+std::vector<TrainingStream> tinyCorpus(const TargetSetup& setup, int negativesOffset = 0) {
     std::vector<TrainingStream> streams;
-    for (uint64_t w = 1; w <= 2; ++w) {
+    for (uint64_t w = 1; w <= (negativesOffset > 0 ? 3u : 2u); ++w) {
         signal::WearerProfile wearer = signal::WearerProfile::draw(1000 + w);
         wearer.set("double-blink-rate", 10);
         wearer.set("doff-rate", 0);
@@ -26,7 +28,12 @@ std::vector<TrainingStream> tinyCorpus(const TargetSetup& setup) {
         InputError error;
         EXPECT_TRUE(parseRecordingPair("r.txt", result.recording, "r.labels", result.labels, &rec, &error))
                 << error.text();
-        streams.push_back(prepareStream(rec, setup));
+        if (w == 3) {
+            for (auto& sample : rec.samples) sample.reading = static_cast<uint16_t>(sample.reading + negativesOffset);
+            streams.push_back(prepareNegativeStream(rec, setup));
+        } else {
+            streams.push_back(prepareStream(rec, setup));
+        }
     }
     return streams;
 }
@@ -111,6 +118,46 @@ TEST(CascadeTrainerTest, WrittenFilesClassifyAsTheTrainerPredicted) {
         before = s.poolPassed;
     }
     EXPECT_LT(before * 2, trainer.poolSize());
+}
+
+TEST(CascadeTrainerTest, NegativesOnlyCorporaGiveTheirShareOfEachLayer) {
+    TargetSetup setup;
+    setup.windowLength = 24;
+    constexpr int kOffset = 6000;
+    const std::vector<TrainingStream> streams = tinyCorpus(setup, kOffset);
+    for (size_t i = 0; i < 2; ++i) {
+        for (float v : streams[i].grid.values) ASSERT_LT(v, kOffset);
+    }
+    ASSERT_TRUE(streams[2].negativesOnly);
+    ASSERT_EQ(0, streams[2].positives) << "its double blinks must not become positives";
+
+    auto fromNegativesOnly = [&](double share, size_t* positives) {
+        CascadeParams p = tinyParams(2);
+        p.maxLayers = 2;
+        p.negativesOnlyShare = share;
+        CascadeTrainer trainer(streams, setup.windowLength, p);
+        trainer.train([](const std::string&) {});
+        std::vector<size_t> counts;
+        for (const LayerExamples& ex : trainer.examples()) {
+            size_t n = 0;
+            for (size_t i = ex.numPositives; i < ex.windows.size(); ++i) n += ex.windows[i]->valueAt(0) >= kOffset;
+            for (size_t i = 0; i < ex.numPositives; ++i) EXPECT_LT(ex.windows[i]->valueAt(0), kOffset);
+            counts.push_back(n);
+        }
+        *positives = trainer.initialPositives();
+        return counts;
+    };
+    size_t positivesAlike = 0, positivesShared = 0;
+    const std::vector<size_t> alike = fromNegativesOnly(-1.0, &positivesAlike);
+    const std::vector<size_t> shared = fromNegativesOnly(0.5, &positivesShared);
+    EXPECT_EQ(positivesAlike, positivesShared);
+    ASSERT_EQ(2u, shared.size());
+    // A third of the windows, drawn alike: about a third of the first layer.
+    EXPECT_GT(alike[0], 150u);
+    EXPECT_LT(alike[0], 250u);
+    // With a share, exactly that share as long as the cascade passes enough.
+    EXPECT_EQ(300u, shared[0]);
+    EXPECT_EQ(300u, shared[1]);
 }
 
 TEST(CascadeTrainerTest, SameSeedSameFileWhateverTheThreads) {

@@ -169,6 +169,24 @@ TrainingStream prepareStream(const CorpusRecording& rec, const TargetSetup& setu
     return ts;
 }
 
+TrainingStream prepareNegativeStream(const CorpusRecording& rec, const TargetSetup& setup) {
+    TrainingStream ts;
+    ts.name = rec.name;
+    ts.negativesOnly = true;
+    ts.grid = resampleLikeDetector(rec.samples, setup.fps);
+    const GridStream& g = ts.grid;
+    const size_t L = static_cast<size_t>(setup.windowLength);
+    ts.roles.assign(g.size(), WindowRole::Unused);
+    for (size_t i = 0; i < g.size(); ++i) {
+        if (i + 1 >= L && g.segmentStartOf(i) + L - 1 <= i) {
+            ts.roles[i] = WindowRole::Negative;
+            ++ts.negatives;
+        }
+    }
+    if (setup.target == Target::LookUp) ts.gate = {kLeastLookThreshold, kMaxLookMagnitude};
+    return ts;
+}
+
 void slideWindows(const GridStream& grid, int length,
                   const std::function<void(size_t index, const SeqSample& window)>& visit) {
     SeqSample window(length);

@@ -76,9 +76,20 @@ struct TrainingStream {
     int positives = 0;
     int negatives = 0;
     int events = 0;
+    // From a corpus known to hold none of the gestures (real recordings of
+    // spontaneous blinking): every full window is a negative.
+    bool negativesOnly = false;
 };
 
 TrainingStream prepareStream(const CorpusRecording& rec, const TargetSetup& setup);
+
+// The same for a recording that holds no gesture whatever its labels say:
+// every full window is a negative. Such recordings carry no look-at-screen
+// calibration, so LookUp windows are gated at the lowest threshold a look
+// calibration gives (kLeastLookThreshold), the most permissive a wearer can
+// end up with.
+TrainingStream prepareNegativeStream(const CorpusRecording& rec, const TargetSetup& setup);
+constexpr float kLeastLookThreshold = 24.0f;
 
 // Slides a window of `length` over every segment of the stream as a
 // BoostingDetector does (cleared at each segment start) and calls `visit`

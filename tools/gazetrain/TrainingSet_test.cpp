@@ -106,6 +106,32 @@ TEST(TrainingSetTest, RolesAroundADoubleBlink) {
     EXPECT_EQ(positives, ts.positives);
 }
 
+TEST(TrainingSetTest, ANegativesOnlyRecordingGivesEveryFullWindowAsANegative) {
+    const CorpusRecording rec = makeRecording(
+            20.0, [](double) { return 500.0; }, {{10000 * kMs, 10500 * kMs, LabelKind::DoubleBlink}}, 9.0);
+    TargetSetup setup;
+    setup.windowLength = 32;
+    const TrainingStream ts = prepareNegativeStream(rec, setup);
+    EXPECT_TRUE(ts.negativesOnly);
+    EXPECT_EQ(0, ts.events);
+    EXPECT_EQ(0, ts.positives);
+    int full = 0;
+    for (size_t i = 0; i < ts.grid.size(); ++i) {
+        const bool isFull = i + 1 >= 32 && ts.grid.segmentStartOf(i) + 31 <= i;
+        full += isFull;
+        ASSERT_EQ(isFull, ts.roles[i] == WindowRole::Negative) << "window ending at " << ts.grid.timesMs[i];
+    }
+    EXPECT_EQ(full, ts.negatives);
+    EXPECT_GT(full, 400);
+    // Without a look calibration, look windows are gated as for the most
+    // permissive calibration; the other targets keep the cascade's range.
+    EXPECT_EQ(1000.0f, ts.gate.max);
+    setup.target = Target::LookUp;
+    const TrainingStream look = prepareNegativeStream(rec, setup);
+    EXPECT_EQ(kLeastLookThreshold, look.gate.min);
+    EXPECT_EQ(500.0f, look.gate.max);
+}
+
 TEST(TrainingSetTest, LooksThatLowerTheLevelAreLearnedFromTheirReturn) {
     // One look lowers the level from 20 s to 23 s, another raises it from
     // 40 s to 44 s; each takes 150 ms to move.

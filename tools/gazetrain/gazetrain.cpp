@@ -108,12 +108,18 @@ int main(int argc, char** argv) {
 
     // cascade
     CLI::App* cascadeCmd = app.add_subcommand("cascade", "Train one cascade detector file");
-    std::vector<std::string> corpora;
+    std::vector<std::string> corpora, negativeCorpora;
     std::string out, targetName;
     TargetSetup setup;
     CascadeParams params;
     params.threads = std::min(cores, 2);
     cascadeCmd->add_option("--corpus", corpora, "Corpus directories to train on")->required();
+    cascadeCmd->add_option("--negatives-corpus", negativeCorpora,
+                           "Corpus directories that hold no gesture: every window is a negative");
+    cascadeCmd->add_option("--negatives-share", params.negativesOnlyShare,
+                           "Share of each layer's negatives drawn from the --negatives-corpus recordings "
+                           "(default: drawn with the rest)")
+            ->check(CLI::Range(0.0, 1.0));
     cascadeCmd->add_option("--target", targetName, "double-blink, wink or look-up")
             ->required()
             ->check(CLI::IsMember({"double-blink", "wink", "look-up"}));
@@ -187,6 +193,11 @@ int main(int argc, char** argv) {
         if (!*cascadeCmd && !*winkCmd) break;
         if (!isDirectory(dir)) return usage("--corpus: " + dir + " is not a directory");
     }
+    for (const std::string& dir : negativeCorpora) {
+        if (!isDirectory(dir)) return usage("--negatives-corpus: " + dir + " is not a directory");
+    }
+    if (*cascadeCmd && params.negativesOnlyShare >= 0 && negativeCorpora.empty())
+        return usage("--negatives-share needs --negatives-corpus");
     if (*cascadeCmd && setup.minDurationMs > setup.maxDurationMs) return usage("--min-ms is above --max-ms");
     if (*cascadeCmd && setup.bandFromMs > setup.bandToMs) return usage("--band-from-ms is above --band-to-ms");
     if (*trimCmd && access(trimIn.c_str(), R_OK) != 0) return usage("--in: cannot read " + trimIn);
@@ -209,16 +220,20 @@ int main(int argc, char** argv) {
                       : targetName == "wink"       ? Target::Wink
                                                    : Target::LookUp;
         const auto start = std::chrono::steady_clock::now();
-        std::vector<CorpusRecording> corpus;
+        std::vector<CorpusRecording> corpus, negativesOnly;
         if (!loadCorpora(corpora, &corpus, &error)) return fail(error);
-        std::vector<TrainingStream> streams(corpus.size());
+        if (!loadCorpora(negativeCorpora, &negativesOnly, &error)) return fail(error);
+        std::vector<TrainingStream> streams;
         int events = 0;
-        for (size_t i = 0; i < corpus.size(); ++i) {
-            streams[i] = prepareStream(corpus[i], setup);
-            events += streams[i].events;
+        for (const CorpusRecording& rec : corpus) {
+            streams.push_back(prepareStream(rec, setup));
+            events += streams.back().events;
         }
+        for (const CorpusRecording& rec : negativesOnly) streams.push_back(prepareNegativeStream(rec, setup));
         corpus.clear();
-        fprintf(stderr, "gazetrain: %zu recordings, %d events to learn\n", streams.size(), events);
+        fprintf(stderr, "gazetrain: %zu recordings (%zu of them negatives only), %d events to learn\n",
+                streams.size(), negativesOnly.size(), events);
+        negativesOnly.clear();
         CascadeTrainer trainer(streams, setup.windowLength, params);
         trainer.train([](const std::string& line) { fprintf(stderr, "gazetrain: %s\n", line.c_str()); });
         if (trainer.cascade().numLayers() == 0) return fail("no layer was trained");
