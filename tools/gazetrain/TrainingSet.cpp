@@ -109,14 +109,11 @@ void findTargetEvents(const CorpusRecording& rec, const GridStream& grid, const 
                 } else if (after > before) {
                     events->push_back({s, s + transition, back});
                 } else {
-                    double next = kInfinity;
-                    for (size_t j = i + 1; j < labels.size(); ++j) {
-                        if (labels[j].kind == LabelKind::LookAtScreen) {
-                            next = ms(labels[j].startNs);
-                            break;
-                        }
-                    }
-                    events->push_back({back, backEnd, next});
+                    // The return from a look that lowers the reading is the
+                    // same step up as the start of one that raises it, but a
+                    // detection there comes after the look: neither wanted
+                    // nor unwanted.
+                    ignored->push_back({back, backEnd + setup.bandToMs + setup.ignoreAfterMs});
                 }
                 break;
             }

@@ -18,9 +18,8 @@ namespace gazetools {
 enum class Target {
     DoubleBlink,  // the end of a DOUBLE_BLINK label
     Wink,         // the end of a WINK label whose duration lies in the range
-    LookUp,       // a rise of the level caused by a look: the start of a look
-                  // that raises the reading, or the return from a look that
-                  // lowers it
+    LookUp,       // the start of a look that raises the reading (the return
+                  // from a look that lowers it, the same step, is left out)
 };
 
 struct TargetSetup {

@@ -132,7 +132,7 @@ TEST(TrainingSetTest, ANegativesOnlyRecordingGivesEveryFullWindowAsANegative) {
     EXPECT_EQ(500.0f, look.gate.max);
 }
 
-TEST(TrainingSetTest, LooksThatLowerTheLevelAreLearnedFromTheirReturn) {
+TEST(TrainingSetTest, OnlyLooksThatRaiseTheLevelAreLearned) {
     // One look lowers the level from 20 s to 23 s, another raises it from
     // 40 s to 44 s; each takes 150 ms to move.
     auto level = [](double ms) {
@@ -151,12 +151,15 @@ TEST(TrainingSetTest, LooksThatLowerTheLevelAreLearnedFromTheirReturn) {
     std::vector<TargetEvent> events;
     std::vector<std::pair<double, double>> ignored;
     findTargetEvents(rec, grid, setup, &events, &ignored);
-    ASSERT_EQ(2u, events.size());
-    EXPECT_DOUBLE_EQ(5000 + 23000, events[0].startMs);  // the return of the lowering look
-    EXPECT_DOUBLE_EQ(5000 + 23150, events[0].endMs);
-    EXPECT_DOUBLE_EQ(5000 + 40000, events[1].startMs);  // the start of the raising look
-    EXPECT_DOUBLE_EQ(5000 + 40150, events[1].endMs);
-    EXPECT_DOUBLE_EQ(5000 + 44000, events[1].limitMs);  // positives end before it looks back
+    ASSERT_EQ(1u, events.size());
+    EXPECT_DOUBLE_EQ(5000 + 40000, events[0].startMs);  // the start of the raising look
+    EXPECT_DOUBLE_EQ(5000 + 40150, events[0].endMs);
+    EXPECT_DOUBLE_EQ(5000 + 44000, events[0].limitMs);  // positives end before it looks back
+    // The return from the lowering look rises the same way; it is left out
+    // of the negatives instead of being learned as a look.
+    ASSERT_EQ(1u, ignored.size());
+    EXPECT_DOUBLE_EQ(5000 + 23000, ignored[0].first);
+    EXPECT_GE(ignored[0].second, 5000 + 23150 + setup.bandToMs);
 }
 
 }  // namespace
