@@ -1,6 +1,10 @@
 #include "tools/hubsim/Simulation.h"
 
+#include <dirent.h>
 #include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
 
 namespace velto {
 namespace hubsim {
@@ -101,6 +105,31 @@ TEST(SimulationTest, ScenarioSetsTheHubsVersions) {
     warn.takeWarnings(&w);
     ASSERT_EQ(w.size(), 1u);
     EXPECT_EQ(w[0], "scenario line 2: wink not possible: the device is not on the head then");
+}
+
+TEST(SimulationTest, EveryShippedScenarioRunsToItsEndWithoutAWarning) {
+    DIR* d = opendir(VELTO_HUBSIM_SCENARIOS);
+    ASSERT_NE(d, nullptr) << VELTO_HUBSIM_SCENARIOS;
+    int files = 0;
+    while (dirent* e = readdir(d)) {
+        const std::string name = e->d_name;
+        if (name.size() < 4 || name.compare(name.size() - 4, 4, ".txt") != 0) continue;
+        ++files;
+        std::ifstream in(std::string(VELTO_HUBSIM_SCENARIOS) + "/" + name);
+        std::stringstream text;
+        text << in.rdbuf();
+        Scenario scenario;
+        signal::ParseError error;
+        ASSERT_TRUE(ScenarioParser::parse(text.str(), &scenario, &error)) << name << ":" << error.line;
+        Simulation sim(scenario, FirmwareImage::make(4, 2));
+        const int64_t last = scenario.actions.empty() ? 0 : scenario.actions.back().atNs;
+        sim.advanceTo(last + 5 * kSec);
+        std::vector<std::string> warnings;
+        sim.takeWarnings(&warnings);
+        EXPECT_TRUE(warnings.empty()) << name << ": " << warnings[0];
+    }
+    closedir(d);
+    EXPECT_GE(files, 5);
 }
 
 TEST(WakeLocksTest, KernelSemanticsOfTakeAndRelease) {
