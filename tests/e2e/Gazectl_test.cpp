@@ -73,22 +73,8 @@ public:
         }
     }
 
-    bool waitForErr(const std::string& text, int timeoutMs = kGenerousMs) {
-        return e2e::waitFor(
-                [&] {
-                    pump(5);
-                    return mErr.find(text) != std::string::npos;
-                },
-                timeoutMs);
-    }
-    bool waitForOut(const std::string& text, int timeoutMs = kGenerousMs) {
-        return e2e::waitFor(
-                [&] {
-                    pump(5);
-                    return mOut.find(text) != std::string::npos;
-                },
-                timeoutMs);
-    }
+    bool waitForErr(const std::string& text, int timeoutMs = kGenerousMs) { return waitIn(mErr, text, timeoutMs); }
+    bool waitForOut(const std::string& text, int timeoutMs = kGenerousMs) { return waitIn(mOut, text, timeoutMs); }
 
     void signal(int sig) { kill(mPid, sig); }
 
@@ -111,6 +97,10 @@ public:
     const std::string& err() const { return mErr; }
 
 private:
+    bool waitIn(const std::string& stream, const std::string& text, int timeoutMs) {
+        return e2e::waitFor([&] { return pump(5), stream.find(text) != std::string::npos; }, timeoutMs);
+    }
+
     pid_t mPid = -1;
     int mFds[2] = {-1, -1};
     std::string mOut, mErr;
@@ -256,9 +246,7 @@ TEST(Gazectl, WatchPrintsOneJsonLinePerEventQuietly) {
     int events = 0;
     for (std::string line; std::getline(out, line); ++events) {
         const nlohmann::json e = nlohmann::json::parse(line);
-        EXPECT_EQ("DOUBLE_BLINK", e["gesture"]);
-        EXPECT_EQ(10000000, e["end_ns"].get<int64_t>() - e["start_ns"].get<int64_t>());
-        EXPECT_EQ(24u, e["time"].get<std::string>().size()) << e["time"];
+        EXPECT_EQ("DOUBLE_BLINK", e["gesture"]);  // its fields are EventPrinter's
     }
     EXPECT_GE(events, 1);
     expectHubIdle(sim);
