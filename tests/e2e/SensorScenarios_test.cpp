@@ -63,7 +63,7 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));  // starts paused
     EXPECT_EQ("0", value(sim.command("get passthru_enable")));
 
-    Samples a, b;
+    Samples a;
     sensor->addProxDataListener(&a);
     ASSERT_TRUE(waitFor([&] { return a.count() >= 40; }));
     EXPECT_EQ("1", value(sim.command("get passthru_enable")));
@@ -71,8 +71,6 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
     // The data lock stays; the event thread's own lock comes and goes with
     // each of its turns.
     EXPECT_TRUE(waitFor([&] { return sim.command("wakelocks") == "OK Veltohub_ProxData_WakeLock"; }));
-    sensor->addProxDataListener(&b);
-    ASSERT_TRUE(waitFor([&] { return b.count() >= 10; }));
 
     // Hub time stamps, one sample period (31.25 ms) apart, give or take jitter;
     // a loaded machine may let the hub's FIFO overflow now and then.
@@ -86,15 +84,12 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
     }
     EXPECT_GE(regular * 10, (seen.size() - 1) * 9);
 
+    // The last listener gone, the hub stops and pauses (the bookkeeping of
+    // several listeners is VeltohubSensorTest's).
     sensor->removeProxDataListener(&a);
-    EXPECT_EQ("1", value(sim.command("get passthru_enable")));  // one listener is left
-    sensor->removeProxDataListener(&b);
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));
     EXPECT_TRUE(waitFor([&] { return sim.command("wakelocks") == "OK"; }));
-    const size_t after = a.count();
-    usleep(200000);
-    EXPECT_EQ(after, a.count());
 }
 
 TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
