@@ -135,9 +135,11 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
         else sensor.addDonDoffListener(&listener, false);
         rmdir(PlainFileHub::attr(node).c_str());
         PlainFileHub::set(node, "0");
+        if (wink) PlainFileHub::set("wink_flag_enable", "0");
         sensor.checkHubState(android::uptimeMillis() + 20000 + wink * 5000);
         EXPECT_EQ("1", PlainFileHub::get(node));
     }
+    EXPECT_EQ("1", PlainFileHub::get("wink_flag_enable"));
     sensor.removeDonDoffListener(&listener);
     sensor.removeLowPowerWinkListener(&listener);
 }
