@@ -75,6 +75,7 @@ TEST(CalibratedMultiDurationWinkDetector, ListsWithBrokenOrNonsenseLinesAreRefus
     EXPECT_TRUE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(
             writeList("good.txt", "280 400\nshort.txt\n  350.5   600\n\n  long.txt").c_str()));
     EXPECT_FALSE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed((kDir + "absent.txt").c_str()));
+    EXPECT_FALSE(CalibratedMultiDurationWinkDetector(nullptr).loadDetectorFromFile((kDir + "absent.txt").c_str()));
 
     // The loader itself refuses a non-finite range whole, even after good pairs.
     CalibratedMultiDurationWinkDetector d(nullptr);

@@ -310,10 +310,15 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     sensor.removeDonDoffListener(&listener);
     EXPECT_TRUE(LogCapture::contains("FAILED: Removing DonDoffListener.  There are now: 0", ANDROID_LOG_ERROR));
 
-    // A ready device while not streaming is not read; the warning comes once
-    // in any 1000 such wake-ups.
-    for (int i = 0; i < 1000; ++i) sensor.handleProxDataInterrupt();
-    EXPECT_EQ(1u, LogCapture::count("Read would block since not in passthrough!", ANDROID_LOG_WARN));
+    // A ready device while not streaming is not read; the warning comes with
+    // the first such wake-up and then once in every 1000.
+    const char wouldBlock[] = "Read would block since not in passthrough!";
+    sensor.handleProxDataInterrupt();
+    EXPECT_EQ(1u, LogCapture::count(wouldBlock, ANDROID_LOG_WARN));
+    for (int i = 1; i < 1000; ++i) sensor.handleProxDataInterrupt();
+    EXPECT_EQ(1u, LogCapture::count(wouldBlock));
+    sensor.handleProxDataInterrupt();
+    EXPECT_EQ(2u, LogCapture::count(wouldBlock));
     EXPECT_EQ(0u, sensor.mHistoryBuffer.size());
 
     sensor.startStreamingData();
