@@ -76,6 +76,8 @@ TEST(BoostingDetector, DurationIsTheWidestCompleteRunAtTwoLevels) {
     EXPECT_EQ(0.0f, d.estimateGestureDurationMs());
     feed(&d, {0, 10, 0, 10, 10, 0, 0});  // the two-sample run (3 frames) wins over the single one
     EXPECT_EQ(60.0f, d.estimateGestureDurationMsByThreshold(5.0f));
+    feed(&d, {0, 5, 10, 10, 0, 0, 0});  // a value at the level lies above it
+    EXPECT_EQ(80.0f, d.estimateGestureDurationMsByThreshold(5.0f));
 }
 
 TEST(BoostingDetector, ResamplesResetsOnBigGapsAndAveragesDetections) {
