@@ -167,7 +167,7 @@ TEST(DonDoffCalibrator, RefusesParameterFilesThatMakeNoSenseAndKeepsTheHub) {
     const char* const kBadFiles[] = {
             "VERSION = 3.0\nDON_THRESH = -1\n",
             "VERSION = 3.0\nDON_THRESH = 300\nDOFF_THRESH = 400\n",
-            "VERSION = 3.0\nDON_MAX_THRESH = 65536\n",
+            "VERSION = 3.0\nGAIN = 1\nDON_MAX_THRESH = 67536\n",  // would wrap to a plausible 2000
     };
     test::ScopedLogCapture capture;
     for (const char* text : kBadFiles) {
