@@ -42,6 +42,11 @@ TEST(LookAtScreenCalibrator, RemovesTheExtremeFractionAtBothEnds) {
     EXPECT_EQ(2.0f, ten[0]);
     EXPECT_EQ(9.0f, ten[7]);
 
+    android::Vector<float> five = vectorOf({5, 3, 9, 1, 7});
+    LookAtScreenCalibrator::removeOutliers(&five, 0.4f);  // k = 2: the middle one stays
+    ASSERT_EQ(1u, five.size());
+    EXPECT_EQ(5.0f, five[0]);
+
     android::Vector<float> two = vectorOf({5, 3});
     LookAtScreenCalibrator::removeOutliers(&two, 0.5f);  // nothing would be left
     EXPECT_TRUE(two.isEmpty());
