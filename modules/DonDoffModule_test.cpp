@@ -70,6 +70,10 @@ TEST(DonDoffModule, ForwardsTheHubsVerdictsAndRegistersOnce) {
     gFrozenClockMs.store(1000000 + 3661000);
     EXPECT_NE(std::string::npos, module.dump().find("Elapsed don time (secs): 3660999\nLast don event (secs): 60\n"))
             << module.dump().string();
+    sensor.deliverDonDoff(false);
+    sensor.deliverDonDoff(true);  // on and off again within one millisecond: off
+    sensor.deliverDonDoff(false);
+    EXPECT_NE(std::string::npos, module.dump().find("Elapsed don time (secs): 3660\n")) << module.dump().string();
     gFrozenClockMs.store(0);
 
     EXPECT_EQ(OK, module.stop());

@@ -76,8 +76,8 @@ TEST_F(VeltohubSensorTest, LivePathAdmitsTheHorizonReplayOnlyAfterIt) {
     sensor.dropQueuedCommands();
 
     sensor.dispatchProxData(ProxData(1, 5000000000));  // equal to the first horizon: delivered
-    for (int i = 0; i < 21; ++i) sensor.dispatchProxData(ProxData(1, 6000000000 + i));
-    EXPECT_EQ(22u, early.stamps.size());
+    for (int i = 0; i < 20; ++i) sensor.dispatchProxData(ProxData(1, 6000000000 + i));
+    EXPECT_EQ(21u, early.stamps.size());
     EXPECT_TRUE(late.stamps.empty());
     // One warning for the 1st and the 21st skipped sample.
     EXPECT_EQ(2u, LogCapture::count("ignored by listener with first timestamp 9000000000.", ANDROID_LOG_WARN));
