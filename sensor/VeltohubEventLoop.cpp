@@ -134,8 +134,7 @@ int VeltohubProximitySensor::pollTimeoutMillis(int64_t nowMs) const {
 }
 
 bool VeltohubProximitySensor::executeEventLoopOnceBlocking() {
-    // The clock is read only where recovery needs it: each read is a system
-    // call on every turn, that is on every sample.
+    // Only recovery looks at the clock.
     int64_t now = mRecovery ? android::uptimeMillis() : 0;
     if (mDeviceRetryAtMs >= 0 && now >= mDeviceRetryAtMs) retryDataDevice(now);
     const bool streaming = android_atomic_acquire_load(&mStreaming) != 0;
