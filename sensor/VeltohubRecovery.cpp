@@ -251,8 +251,9 @@ void VeltohubProximitySensor::checkHubState(int64_t nowMs) {
         rewritten.append("streaming resumed");
     }
     // Found as wanted, or set right now: no more checks needed beyond those
-    // made while listeners are registered.
-    if (rewritten.find(" failed") < 0) mHubStateSuspect.store(false);
+    // made while listeners are registered. A mode that could not be read is
+    // not known to be right, so a failed write stays suspect until it is.
+    if (rewritten.find(" failed") < 0 && pause >= 0 && passthru >= 0) mHubStateSuspect.store(false);
     if (rewritten.isEmpty() || !mHubStateLog.allow(nowMs)) return;
     if (reset) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "Hub lost its settings (hub reset?; clock at %lld ns, was %lld ns): %s.",

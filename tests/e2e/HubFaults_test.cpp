@@ -45,8 +45,11 @@ struct Fault {
     const char* name;
     const char* command;  // simulator command; none for the control pipe
     const char* logged;   // what the log must say about it
-    // Makes the library meet an attribute fault: the detector is stopped and
-    // started again, which writes passthru_enable and pause.
+    // Makes the library meet an attribute fault: the detector is stopped, the
+    // fault is set once the hub is idle, and the detector is started again,
+    // which writes passthru_enable and pause. (Set earlier, the fault could
+    // be spent on the stop's writes or on a check's reads, as the event
+    // thread's turns happen to fall.)
     bool restartDetector;
     bool beforeStart;  // the fault is in place when the service starts
     bool recovery = true;   // hub recovery on
@@ -136,11 +139,15 @@ TEST_P(HubFault, TheServiceFindsItsWayBack) {
     ASSERT_TRUE(doubleBlinkSeen(sim, *client)) << "before the fault\n" << LogCapture::dump();
     hubSleep(1.0);
 
+    if (fault.restartDetector) {
+        ASSERT_TRUE(service->stopGestureDetector(G::DOUBLE_BLINK));
+        ASSERT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0" &&
+                                         value(sim.command("get pause")) == "1"; }));
+    }
     if (fault.command != nullptr) {
         ASSERT_TRUE(ok(sim, fault.command));
     }
     if (fault.restartDetector) {
-        ASSERT_TRUE(service->stopGestureDetector(G::DOUBLE_BLINK));
         ASSERT_TRUE(service->startGestureDetector(G::DOUBLE_BLINK, false, -1));
     }
     hubSleep(4.0);
