@@ -269,11 +269,12 @@ TEST(VeltohubSimTest, RefusesBadInputAndBusyRootsWithoutMounting) {
     EXPECT_NE(err.find("is already mounted"), std::string::npos) << err;
 }
 
-// Waits until `pred` holds, polling every 5 ms for at most 10 s: generous, so
-// that a loaded machine only makes the wait longer.
+// Waits until `pred` holds, polling every 5 ms for at most 30 s: generous, so
+// that a loaded machine only makes the wait longer. (The unmount helper of a
+// killed simulator once took over 10 s with ctest -j4 at a load of 12.)
 template <typename Pred>
 bool eventually(Pred pred) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!pred()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
