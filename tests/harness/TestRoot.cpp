@@ -1,12 +1,14 @@
 #include "tests/harness/TestRoot.h"
 
 #include <errno.h>
+#include <ftw.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 namespace velto {
 namespace test {
@@ -46,11 +48,24 @@ bool makeDirs(const std::string& dir) {
     return true;
 }
 
+static std::vector<std::string>& madeDirs() {
+    static std::vector<std::string> dirs;
+    return dirs;
+}
+
 std::string makeTempDir(const char* tag) {
     const char* tmp = getenv("TMPDIR");
     std::string templ = std::string(tmp != nullptr ? tmp : "/tmp") + "/velto-" + tag + "-XXXXXX";
-    char* made = mkdtemp(&templ[0]);
-    return made != nullptr ? std::string(made) : std::string();
+    if (mkdtemp(&templ[0]) == nullptr) return std::string();
+    madeDirs().push_back(templ);
+    return templ;
+}
+
+static int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return remove(path); }
+
+void removeTempDirs() {
+    for (const std::string& dir : madeDirs()) nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+    madeDirs().clear();
 }
 
 }  // namespace test

@@ -17,8 +17,10 @@ std::string underRoot(const std::string& devicePath);
 bool writeFile(const std::string& path, const std::string& contents);
 std::string readFile(const std::string& path);
 bool makeDirs(const std::string& dir);
-// A fresh empty directory below the system temp directory.
+// A fresh empty directory below the system temp directory; removeTempDirs()
+// removes every one made so far with all it holds.
 std::string makeTempDir(const char* tag);
+void removeTempDirs();
 
 }  // namespace test
 }  // namespace velto
