@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "modules/ModuleTestSupport.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 #include "tests/harness/TestRoot.h"
 
@@ -29,16 +30,11 @@ namespace {
 using test::LogCapture;
 typedef GazeServiceInterface G;
 
-struct Events : public G::GazeListenerInterface {
-    std::vector<G::EyeGesture> seen;
-    void onEyeGesture(G::EyeGesture g, int64_t, int64_t) override { seen.push_back(g); }
-};
-
 TEST(DonDoffModule, ForwardsTheHubsVerdictsAndRegistersOnce) {
     test::ScopedLogCapture capture;
     test::FakeProximitySensor sensor;
     sensor.setRawFifoText(android::String8("12 7 "));
-    android::sp<Events> events = new Events();
+    android::sp<test::GestureRecorder> events = new test::GestureRecorder();
     GazeService::getInstance()->setGazeListener(events);
     DonDoffModule module(&sensor);
 
@@ -53,7 +49,7 @@ TEST(DonDoffModule, ForwardsTheHubsVerdictsAndRegistersOnce) {
     sensor.deliverDonDoff(true);
     sensor.deliverDonDoff(false);
     sensor.deliverDonDoff(false);
-    EXPECT_EQ(std::vector<G::EyeGesture>({G::DON, G::DOFF, G::DOFF}), events->seen);
+    EXPECT_EQ(std::vector<G::EyeGesture>({G::DON, G::DOFF, G::DOFF}), events->gestures());
     EXPECT_TRUE(LogCapture::contains("MCU Raw FIFO: 12 7 "));
     const std::string dump = module.dump().string();
     EXPECT_EQ(0u, dump.find("Elapsed don time (secs): 0\nLast don event (secs): 0\nLast doff event (secs): 0\n")) << dump;

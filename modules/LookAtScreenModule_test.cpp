@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "modules/ModuleTestSupport.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 #include "tests/harness/TestRoot.h"
 
@@ -122,19 +123,12 @@ TEST_F(LookAtScreenModuleTest, AFailedSaveRemovesTheParameterFile) {
     EXPECT_NE(0, access(test::underRoot(kParams).c_str(), F_OK));
 }
 
-struct Looks : public GazeServiceInterface::GazeListenerInterface {
-    int count = 0;
-    void onEyeGesture(GazeServiceInterface::EyeGesture g, int64_t, int64_t) override {
-        count += g == GazeServiceInterface::LOOK_AT_SCREEN ? 1 : 0;
-    }
-};
-
 TEST_F(LookAtScreenModuleTest, OneShotStopsAtTheFirstLookAndAStopEndsTheCalibration) {
     // The later half of the window above the earlier half: a look up.
     test::writeFile(test::underRoot("/system/etc/gaze/las_test_cascade.txt"), "1 16 8.0 1\n1 0.0\n0 0 6 4 0 -1 1.0 -0.5\n");
     test::writeFile(test::underRoot(kParams), "24.0\n");
     module.serviceReady();
-    android::sp<Looks> looks = new Looks();
+    android::sp<test::GestureRecorder> looks = new test::GestureRecorder();
     GazeService::getInstance()->setGazeListener(looks);
     auto lookTwice = [this](uint32_t level) {
         for (int look = 0; look < 2; ++look) {
@@ -144,15 +138,14 @@ TEST_F(LookAtScreenModuleTest, OneShotStopsAtTheFirstLookAndAStopEndsTheCalibrat
     };
     ASSERT_EQ(OK, module.start(false, -1));
     lookTwice(720);  // weaker than the wearer's threshold: no look
-    EXPECT_EQ(0, looks->count);
+    EXPECT_EQ(0, looks->count(GazeServiceInterface::LOOK_AT_SCREEN));
     lookTwice(1000);
-    EXPECT_EQ(2, looks->count);
+    EXPECT_EQ(2, looks->count(GazeServiceInterface::LOOK_AT_SCREEN));
     ASSERT_EQ(OK, module.stop());
 
-    looks->count = 0;
     ASSERT_EQ(OK, module.start(true, -1));
     lookTwice(1000);
-    EXPECT_EQ(1, looks->count);
+    EXPECT_EQ(3, looks->count(GazeServiceInterface::LOOK_AT_SCREEN));
     EXPECT_FALSE(module.isRunning());
     EXPECT_EQ(0u, sensor.numDataListeners());
     GazeService::getInstance()->setGazeListener(nullptr);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "sensor/VeltohubTestHub.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 
 namespace velto {
@@ -14,11 +15,7 @@ namespace {
 using test::LogCapture;
 using test::PlainFileHub;
 using test::TestableSensor;
-
-struct Recorder : public ProximitySensorInterface::ProxDataListener {
-    std::vector<int64_t> stamps;
-    void onProxData(const ProxData& data) override { stamps.push_back(data.mTimestampNanos); }
-};
+typedef test::SampleRecorder Recorder;
 
 class VeltohubSensorTest : public ::testing::Test {
 protected:
@@ -77,8 +74,8 @@ TEST_F(VeltohubSensorTest, LivePathAdmitsTheHorizonReplayOnlyAfterIt) {
 
     sensor.dispatchProxData(ProxData(1, 5000000000));  // equal to the first horizon: delivered
     for (int i = 0; i < 20; ++i) sensor.dispatchProxData(ProxData(1, 6000000000 + i));
-    EXPECT_EQ(21u, early.stamps.size());
-    EXPECT_TRUE(late.stamps.empty());
+    EXPECT_EQ(21u, early.size());
+    EXPECT_EQ(0u, late.size());
     // One warning for the 1st and the 21st skipped sample.
     EXPECT_EQ(2u, LogCapture::count("ignored by listener with first timestamp 9000000000.", ANDROID_LOG_WARN));
 
@@ -88,7 +85,7 @@ TEST_F(VeltohubSensorTest, LivePathAdmitsTheHorizonReplayOnlyAfterIt) {
     Recorder replayed;
     VeltohubProximitySensor::ProxDataListenerInfo info{&replayed, 400, 200};
     sensor.invokeListenerWithHistoricalPackets(info);
-    EXPECT_EQ(std::vector<int64_t>({300, 400}), replayed.stamps);
+    EXPECT_EQ(std::vector<int64_t>({300, 400}), replayed.stamps());
     EXPECT_TRUE(LogCapture::contains("Ignore backward timestamp at horizonIndex 1! 250 (this) < 300 (latest)"));
     EXPECT_TRUE(LogCapture::contains("Ignore backward timestamp at horizonIndex 2! 300 (this) < 300 (latest)"));
     EXPECT_TRUE(LogCapture::contains("Streaming 4 historical data packets to listener."));
@@ -97,12 +94,12 @@ TEST_F(VeltohubSensorTest, LivePathAdmitsTheHorizonReplayOnlyAfterIt) {
     for (int64_t t = 1000; t < 1100; ++t) sensor.mHistoryBuffer.add(ProxData(1, t));
     Recorder all;
     sensor.invokeListenerWithHistoricalPackets({&all, 2000, 0});
-    ASSERT_EQ(66u, all.stamps.size());
-    EXPECT_EQ(1034, all.stamps.front());
-    EXPECT_EQ(1099, all.stamps.back());
+    ASSERT_EQ(66u, all.size());
+    EXPECT_EQ(1034, all.stamps().front());
+    EXPECT_EQ(1099, all.stamps().back());
     Recorder none;
     sensor.invokeListenerWithHistoricalPackets({&none, 5, -1});
-    EXPECT_TRUE(none.stamps.empty());
+    EXPECT_EQ(0u, none.size());
     EXPECT_TRUE(LogCapture::contains("Warning: device timestamps are negative!  Not streaming historical data."));
 }
 
@@ -144,7 +141,7 @@ TEST_F(VeltohubSensorTest, PacketsAreReadInBatchesAndNeverPastTheBuffer) {
     sensor.executeFlushFifo();
     sensor.handleProxDataInterrupt();
     sensor.handleProxDataInterrupt();
-    EXPECT_EQ(std::vector<int64_t>({7000000000}), r.stamps);  // the zero sample lies before the horizon
+    EXPECT_EQ(std::vector<int64_t>({7000000000}), r.stamps());  // the zero sample lies before the horizon
     ASSERT_EQ(2u, sensor.mHistoryBuffer.size());
     EXPECT_EQ(0, sensor.mHistoryBuffer.getAtDelay(0).mTimestampNanos);
     EXPECT_EQ(0u, sensor.mHistoryBuffer.getAtDelay(0).mData);
@@ -163,8 +160,8 @@ TEST_F(VeltohubSensorTest, CommandsRunInQueueOrderFromThePipe) {
     EXPECT_EQ(VeltohubProximitySensor::PROCESS_COMMANDS, sensor.readControlSignal());
     sensor.handleControlCommand(VeltohubProximitySensor::PROCESS_COMMANDS);
     EXPECT_EQ("", sensor.queuedCommands());
-    EXPECT_EQ(std::vector<int64_t>({4999999999}), first.stamps);
-    EXPECT_EQ(std::vector<int64_t>({4999999999}), second.stamps);
+    EXPECT_EQ(std::vector<int64_t>({4999999999}), first.stamps());
+    EXPECT_EQ(std::vector<int64_t>({4999999999}), second.stamps());
     EXPECT_EQ(0u, sensor.mHistoryBuffer.size());  // flushed after both replays
     EXPECT_EQ("1", PlainFileHub::get("passthru_enable"));
     EXPECT_EQ("0", PlainFileHub::get("pause"));
@@ -260,14 +257,6 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
     EXPECT_EQ(android::String8(""), sensor.getRawFifoDataString(android::String8(" ")));
 }
 
-struct WinkCounter : public ProximitySensorInterface::LowPowerWinkListener,
-                     public ProximitySensorInterface::DonDoffListener {
-    int winks = 0;
-    std::vector<bool> donned;
-    void onLowPowerWink() override { ++winks; }
-    void onDonDoff(bool on) override { donned.push_back(on); }
-};
-
 size_t occurrences(const std::string& text, const std::string& word) {
     size_t n = 0;
     for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++n;
@@ -277,7 +266,7 @@ size_t occurrences(const std::string& text, const std::string& word) {
 TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     sensor.openPipes();
     ASSERT_TRUE(sensor.setupPollingStructs());
-    WinkCounter listener;
+    test::InterruptRecorder listener;
     sensor.addLowPowerWinkListener(&listener);
     EXPECT_EQ("1", PlainFileHub::get("wink_enable"));  // the first one turns the hub's detector on
 
@@ -292,10 +281,10 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
 
     // The wink attribute tells a real wink ("1") from a re-arming read ("0").
     sensor.handleLowPowerWinkInterrupt();
-    EXPECT_EQ(0, listener.winks);
+    EXPECT_EQ(0, listener.winks.load());
     PlainFileHub::set("wink", "1\n");
     sensor.handleLowPowerWinkInterrupt();
-    EXPECT_EQ(1, listener.winks);
+    EXPECT_EQ(1, listener.winks.load());
     sensor.removeLowPowerWinkListener(&listener);
     // The don/doff attribute holds "1\n" or "0\n".
     EXPECT_FALSE(sensor.isDonDoffEnabled());
@@ -305,7 +294,7 @@ TEST_F(VeltohubSensorTest, LoopTurnsInterruptsAndStreamingSwitches) {
     sensor.handleDonDoffInterrupt();
     PlainFileHub::set("don_doff", "0\n");
     sensor.handleDonDoffInterrupt();
-    EXPECT_EQ(std::vector<bool>({true, false}), listener.donned);
+    EXPECT_EQ(std::vector<bool>({true, false}), listener.donned.all());
     EXPECT_FALSE(LogCapture::contains("expected to read 2 bytes"));
     sensor.removeDonDoffListener(&listener);
     EXPECT_FALSE(LogCapture::contains("FAILED: Removing DonDoffListener"));

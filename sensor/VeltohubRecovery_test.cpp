@@ -10,6 +10,7 @@
 
 #include "sensor/ProxDataDiscontinuityListener.h"
 #include "sensor/VeltohubTestHub.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 
 namespace velto {
@@ -19,10 +20,8 @@ using test::LogCapture;
 using test::PlainFileHub;
 using test::TestableSensor;
 
-struct ClockListener : public ProximitySensorInterface::ProxDataListener, public ProxDataDiscontinuityListener {
-    std::vector<int64_t> stamps;
+struct ClockListener : public test::SampleRecorder, public ProxDataDiscontinuityListener {
     std::vector<std::pair<long long, long long>> steps;
-    void onProxData(const ProxData& data) override { stamps.push_back(data.mTimestampNanos); }
     void onProxDataDiscontinuity(long long fromNs, long long toNs) override { steps.emplace_back(fromNs, toNs); }
 };
 
@@ -50,7 +49,7 @@ TEST_F(VeltohubRecoveryTest, AClockThatStepsBackRestartsTheListenersOnTheNewCloc
     sensor.setStreaming(true);
     feed({6000000000, 6031250000, 6031250000, 6000000000});  // a repeat and a late packet: no step
     EXPECT_TRUE(l.steps.empty());
-    EXPECT_EQ(4u, l.stamps.size());
+    EXPECT_EQ(4u, l.size());
 
     // A reset: the clock restarts near zero, below the listener's horizon.
     feed({1000000, 32250000, 63500000});
@@ -58,7 +57,7 @@ TEST_F(VeltohubRecoveryTest, AClockThatStepsBackRestartsTheListenersOnTheNewCloc
     EXPECT_EQ(std::make_pair(6031250000LL, 1000000LL), l.steps[0]);
     // The first sample of the new clock is judged by the old horizon; the
     // next ones reach the listener, and the history holds the new clock only.
-    EXPECT_EQ(std::vector<int64_t>({6000000000, 6031250000, 6031250000, 6000000000, 32250000, 63500000}), l.stamps);
+    EXPECT_EQ(std::vector<int64_t>({6000000000, 6031250000, 6031250000, 6000000000, 32250000, 63500000}), l.stamps());
     EXPECT_EQ(3u, sensor.mHistoryBuffer.size());
     EXPECT_EQ(1, LogCapture::count("Hub clock went back from 6031250000 ns to 1000000 ns"));
     EXPECT_TRUE(LogCapture::contains("repeats or precedes"));
@@ -77,7 +76,7 @@ TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
     // Each failed read still passes a zero sample on, but the device is out
     // of the poll set until its retry; each failed read was reported.
     EXPECT_EQ(0, sensor.mHistoryBuffer.getAtDelay(0).mTimestampNanos);
-    EXPECT_TRUE(l.stamps.empty());  // below every horizon
+    EXPECT_EQ(0u, l.size());  // below every horizon
     EXPECT_EQ(-1, sensor.mPollFds[0].fd);
     EXPECT_GE(sensor.mDeviceRetryAtMs, 0);
     EXPECT_EQ(200u, LogCapture::count("Failed to read a full packet of data!"));
@@ -89,7 +88,7 @@ TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
     EXPECT_GE(sensor.mPollFds[0].fd, 0);
     EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // reopened: no retry pending
     sensor.handleProxDataInterrupt();
-    EXPECT_EQ(7000000000, l.stamps.back());
+    EXPECT_EQ(7000000000, l.stamps().back());
     EXPECT_TRUE(LogCapture::contains("The data device reads again after 200 failed reads"));
     EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // no further reopen to drop what the hub queued
     sensor.removeProxDataListener(&l);
@@ -122,10 +121,7 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     EXPECT_TRUE(LogCapture::lines().empty());
 
     // Interrupt enables the hub did not take are written at the next check.
-    struct : public ProximitySensorInterface::DonDoffListener, public ProximitySensorInterface::LowPowerWinkListener {
-        void onDonDoff(bool) override {}
-        void onLowPowerWink() override {}
-    } listener;
+    test::InterruptRecorder listener;
     for (int wink = 0; wink < 2; ++wink) {
         const char* node = wink ? "wink_enable" : "don_doff_enable";
         SCOPED_TRACE(node);
@@ -178,7 +174,7 @@ TEST(VeltohubWithoutRecovery, TheDriverKeepsItsPlainBehaviour) {
     plain.executeFlushFifo();
     plain.setStreaming(true);
     for (int i = 0; i < 3; ++i) plain.handleProxDataInterrupt();
-    EXPECT_EQ(std::vector<int64_t>({6000000000}), l.stamps);  // the new clock is below the horizon
+    EXPECT_EQ(std::vector<int64_t>({6000000000}), l.stamps());  // the new clock is below the horizon
     EXPECT_TRUE(l.steps.empty());
     EXPECT_EQ(1, LogCapture::count("Hub clock went back from 6000000000 ns to 1000000 ns (hub reset?); hub recovery is off."));
     plain.removeProxDataListener(&l);

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/harness/FakeProximitySensor.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 #include "tests/harness/TestRoot.h"
 
@@ -15,18 +16,6 @@ namespace velto {
 namespace {
 
 typedef GazeServiceInterface G;
-
-struct RecordingListener : public G::GazeListenerInterface {
-    struct Event {
-        G::EyeGesture gesture;
-        int64_t start;
-        int64_t end;
-    };
-    void onEyeGesture(G::EyeGesture gesture, int64_t start, int64_t end) override {
-        events.push_back({gesture, start, end});
-    }
-    std::vector<Event> events;
-};
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> out;
@@ -58,17 +47,18 @@ TEST(GazeService, SingletonSendsEveryGestureAsATenMillisecondSpanEndingNow) {
     service->sendEyeGestureEventNow(G::DON);  // no listener yet: dropped with a warning
     EXPECT_TRUE(test::LogCapture::contains("No gaze listener set: DON event dropped.", ANDROID_LOG_WARN));
 
-    android::sp<RecordingListener> listener = new RecordingListener();
+    android::sp<test::GestureRecorder> listener = new test::GestureRecorder();
     service->setGazeListener(listener);
     const int64_t before = systemTime(SYSTEM_TIME_MONOTONIC);
     for (int g = 0; g < 8; ++g) service->sendEyeGestureEventNow(static_cast<G::EyeGesture>(g));
     const int64_t after = systemTime(SYSTEM_TIME_MONOTONIC);
-    ASSERT_EQ(8u, listener->events.size());
+    const std::vector<test::Gesture> events = listener->all();
+    ASSERT_EQ(8u, events.size());
     for (int g = 0; g < 8; ++g) {
-        EXPECT_EQ(g, listener->events[g].gesture);
-        EXPECT_EQ(10000000, listener->events[g].end - listener->events[g].start);
-        EXPECT_GE(listener->events[g].end, before);
-        EXPECT_LE(listener->events[g].end, after);
+        EXPECT_EQ(g, events[g].gesture);
+        EXPECT_EQ(10000000, events[g].endNs - events[g].startNs);
+        EXPECT_GE(events[g].endNs, before);
+        EXPECT_LE(events[g].endNs, after);
     }
     EXPECT_TRUE(test::LogCapture::contains("Sending an EyeGesture event= LOOK_AT_SCREEN  up time now="));
     service->setGazeListener(nullptr);

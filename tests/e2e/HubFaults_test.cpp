@@ -11,11 +11,10 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 
-#include <mutex>
-
 #include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
 #include "tests/e2e/E2eSupport.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 
 namespace velto {
@@ -27,19 +26,6 @@ using test::LogCapture;
 typedef GazeServiceInterface G;
 
 const double kSpeed = 2;
-
-struct Client : public G::GazeListenerInterface {
-    std::mutex lock;
-    int doubleBlinks = 0;
-    void onEyeGesture(G::EyeGesture gesture, int64_t, int64_t) override {
-        std::lock_guard<std::mutex> l(lock);
-        if (gesture == G::DOUBLE_BLINK) ++doubleBlinks;
-    }
-    int count() {
-        std::lock_guard<std::mutex> l(lock);
-        return doubleBlinks;
-    }
-};
 
 struct Fault {
     const char* name;
@@ -108,10 +94,10 @@ bool streamingAgain(hubsim::HubSimProcess& sim) {
 }
 
 // A double blink, and whether the client heard it within a generous deadline.
-bool doubleBlinkSeen(hubsim::HubSimProcess& sim, Client& client) {
-    const int before = client.count();
+bool doubleBlinkSeen(hubsim::HubSimProcess& sim, test::GestureRecorder& client) {
+    const int before = client.count(G::DOUBLE_BLINK);
     if (!ok(sim, "double-blink 600ms 150")) return false;
-    return waitFor([&] { return client.count() > before; }, 15000);
+    return waitFor([&] { return client.count(G::DOUBLE_BLINK) > before; }, 15000);
 }
 
 TEST_P(HubFault, TheServiceFindsItsWayBack) {
@@ -123,7 +109,7 @@ TEST_P(HubFault, TheServiceFindsItsWayBack) {
     setenv("VELTOGAZE_SERIAL", "G0123", 1);
     VeltohubProximitySensor::setHubRecoveryEnabled(fault.recovery);
     GazeService* service = GazeService::getInstance();
-    android::sp<Client> client = new Client();
+    android::sp<test::GestureRecorder> client = new test::GestureRecorder();
     service->setGazeListener(client);
 
     const std::string pipe = sim.root() + "/data/system/gaze/gaze_service_control_pipe";

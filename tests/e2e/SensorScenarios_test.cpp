@@ -1,12 +1,8 @@
 // The hub driver against veltohub-sim, one scenario per process.
 
-#include <algorithm>
-#include <atomic>
-#include <mutex>
-#include <vector>
-
 #include "sensor/VeltohubProximitySensor.h"
 #include "tests/e2e/E2eSupport.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 
 namespace velto {
@@ -16,41 +12,6 @@ using e2e::startHub;
 using e2e::value;
 using e2e::waitFor;
 using test::LogCapture;
-
-struct Samples : public ProximitySensorInterface::ProxDataListener {
-    std::mutex lock;
-    std::vector<ProxData> seen;
-    void onProxData(const ProxData& data) override {
-        std::lock_guard<std::mutex> l(lock);
-        seen.push_back(data);
-    }
-    size_t count() {
-        std::lock_guard<std::mutex> l(lock);
-        return seen.size();
-    }
-    std::vector<ProxData> copy() {
-        std::lock_guard<std::mutex> l(lock);
-        return seen;
-    }
-};
-
-struct DonDoffs : public ProximitySensorInterface::DonDoffListener {
-    std::mutex lock;
-    std::vector<bool> seen;
-    void onDonDoff(bool donned) override {
-        std::lock_guard<std::mutex> l(lock);
-        seen.push_back(donned);
-    }
-    std::vector<bool> copy() {
-        std::lock_guard<std::mutex> l(lock);
-        return seen;
-    }
-};
-
-struct Winks : public ProximitySensorInterface::LowPowerWinkListener {
-    std::atomic<int> count{0};
-    void onLowPowerWink() override { count.fetch_add(1); }
-};
 
 TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistered) {
     hubsim::HubSimProcess sim;
@@ -63,9 +24,9 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));  // starts paused
     EXPECT_EQ("0", value(sim.command("get passthru_enable")));
 
-    Samples a;
+    test::SampleRecorder a;
     sensor->addProxDataListener(&a);
-    ASSERT_TRUE(waitFor([&] { return a.count() >= 40; }));
+    ASSERT_TRUE(waitFor([&] { return a.size() >= 40; }));
     EXPECT_EQ("1", value(sim.command("get passthru_enable")));
     EXPECT_EQ("0", value(sim.command("get pause")));
     // The data lock stays; the event thread's own lock comes and goes with
@@ -74,7 +35,7 @@ TEST(SensorScenario, SamplesStreamWithHubTimeStampsWhileADataListenerIsRegistere
 
     // Hub time stamps, one sample period (31.25 ms) apart, give or take jitter;
     // a loaded machine may let the hub's FIFO overflow now and then.
-    std::vector<ProxData> seen = a.copy();
+    std::vector<ProxData> seen = a.all();
     size_t regular = 0;
     for (size_t i = 1; i < seen.size(); ++i) {
         const int64_t step = seen[i].mTimestampNanos - seen[i - 1].mTimestampNanos;
@@ -98,28 +59,27 @@ TEST(SensorScenario, DonDoffAndLowPowerWinkInterruptsReachTheirListeners) {
     VeltohubProximitySensor::setHubRecoveryEnabled(true);  // for the vanishing hub at the end
     VeltohubProximitySensor* sensor = VeltohubProximitySensor::getInstance();
     ASSERT_NE(nullptr, sensor);
-    DonDoffs donDoffs;
-    Winks winks;
-    sensor->addDonDoffListener(&donDoffs, true);  // told the last known state at once
-    sensor->addLowPowerWinkListener(&winks);
-    EXPECT_EQ(std::vector<bool>({false}), donDoffs.copy());
+    test::InterruptRecorder hub;
+    sensor->addDonDoffListener(&hub, true);  // told the last known state at once
+    sensor->addLowPowerWinkListener(&hub);
+    EXPECT_EQ(std::vector<bool>({false}), hub.donned.all());
     ASSERT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "1"; }));
     EXPECT_EQ("1", value(sim.command("get wink_enable")));
     EXPECT_EQ("1", value(sim.command("get wink_flag_enable")));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "0"; }));
 
     ASSERT_EQ(0u, sim.command("don").find("OK"));
-    ASSERT_TRUE(waitFor([&] { return donDoffs.copy().size() == 2; }));
-    EXPECT_TRUE(donDoffs.copy().back());
+    ASSERT_TRUE(waitFor([&] { return hub.donned.all().size() == 2; }));
+    EXPECT_TRUE(hub.donned.all().back());
     // The wearer can wink once the device has settled on the head.
     ASSERT_TRUE(waitFor([&] { return sim.command("wink 450ms").find("OK") == 0; }));
-    EXPECT_TRUE(waitFor([&] { return winks.count.load() >= 1; }));
+    EXPECT_TRUE(waitFor([&] { return hub.winks.load() >= 1; }));
     ASSERT_TRUE(waitFor([&] { return sim.command("doff").find("OK") == 0; }));  // after the wink
-    ASSERT_TRUE(waitFor([&] { return donDoffs.copy().size() == 3; }));
-    EXPECT_FALSE(donDoffs.copy().back());
+    ASSERT_TRUE(waitFor([&] { return hub.donned.all().size() == 3; }));
+    EXPECT_FALSE(hub.donned.all().back());
 
-    sensor->removeDonDoffListener(&donDoffs);
-    sensor->removeLowPowerWinkListener(&winks);
+    sensor->removeDonDoffListener(&hub);
+    sensor->removeLowPowerWinkListener(&hub);
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
     EXPECT_EQ("0", value(sim.command("get wink_enable")));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get pause")) == "1"; }));

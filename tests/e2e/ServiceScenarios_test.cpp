@@ -4,11 +4,11 @@
 #include <dirent.h>
 
 #include <fstream>
-#include <mutex>
 
 #include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
 #include "tests/e2e/E2eSupport.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 
 namespace velto {
@@ -19,23 +19,7 @@ using e2e::waitFor;
 using test::LogCapture;
 typedef GazeServiceInterface G;
 
-struct Client : public G::GazeListenerInterface {
-    std::mutex lock;
-    std::vector<G::EyeGesture> events;
-    void onEyeGesture(G::EyeGesture gesture, int64_t start, int64_t end) override {
-        EXPECT_EQ(10000000, end - start);
-        std::lock_guard<std::mutex> l(lock);
-        events.push_back(gesture);
-    }
-    size_t count(G::EyeGesture g) {
-        std::lock_guard<std::mutex> l(lock);
-        return static_cast<size_t>(std::count(events.begin(), events.end(), g));
-    }
-    std::vector<G::EyeGesture> copy() {
-        std::lock_guard<std::mutex> l(lock);
-        return events;
-    }
-};
+typedef test::GestureRecorder Client;
 
 // Starts the simulator with the test detector files and returns the started
 // service with a client listening.
@@ -91,7 +75,7 @@ TEST(ServiceScenario, AClientGetsDonThenDoff) {
     ASSERT_TRUE(waitFor([&] { return client->count(G::DON) == 1; }));
     ASSERT_TRUE(waitFor([&] { return ok(sim.command("doff")); }));
     ASSERT_TRUE(waitFor([&] { return client->count(G::DOFF) == 1; }));
-    EXPECT_EQ(std::vector<G::EyeGesture>({G::DON, G::DOFF}), client->copy());
+    EXPECT_EQ(std::vector<G::EyeGesture>({G::DON, G::DOFF}), client->gestures());
     service->stop();
     EXPECT_FALSE(service->isGestureDetectorRunning(G::DON));
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get don_doff_enable")) == "0"; }));
@@ -119,7 +103,7 @@ TEST(ServiceScenario, ALowPowerWinkLeadsToAValidatedWinkAfterCalibration) {
     EXPECT_NE("680", value(sim.command("get wink_max")));
     EXPECT_EQ(0, access((sim.root() + "/data/system/gaze/wink_calibration.txt").c_str(), F_OK));
 
-    const size_t calibrationWinks = client->count(G::WINK);
+    const int calibrationWinks = client->count(G::WINK);
     ASSERT_TRUE(service->startGestureDetector(G::WINK, false, -1));
     EXPECT_EQ("0", value(sim.command("get passthru_enable")));  // low power until the hub says wink
     usleep(500000);
@@ -130,20 +114,6 @@ TEST(ServiceScenario, ALowPowerWinkLeadsToAValidatedWinkAfterCalibration) {
     EXPECT_TRUE(waitFor([&] { return value(sim.command("get passthru_enable")) == "0"; }));
 }
 
-// Every sample the sensor passes on.
-struct Samples : public ProximitySensorInterface::ProxDataListener {
-    std::mutex lock;
-    std::vector<int64_t> times;
-    void onProxData(const ProxData& data) override {
-        std::lock_guard<std::mutex> l(lock);
-        times.push_back(data.mTimestampNanos);
-    }
-    std::vector<int64_t> copy() {
-        std::lock_guard<std::mutex> l(lock);
-        return times;
-    }
-};
-
 TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     hubsim::HubSimProcess sim;
     android::sp<Client> client = new Client();
@@ -152,7 +122,7 @@ TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     // never sends.
     VeltohubProximitySensor::setHubRecoveryEnabled(true);
     GazeService* service = startService(&sim, kStill, 8, client);
-    Samples all;  // registered first, so it sees every delivered packet
+    test::SampleRecorder all;  // registered first, so it sees every delivered packet
     VeltohubProximitySensor::getInstance()->addProxDataListener(&all);
     ASSERT_TRUE(service->startLogging());
     ASSERT_TRUE(streaming(sim));
@@ -163,7 +133,7 @@ TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     ASSERT_TRUE(waitFor([&] { return sim.command("stats").find(" queued=0 ") != std::string::npos; }));
     const std::string stats = sim.command("stats");
     const size_t delivered = std::stoul(stats.substr(stats.find("delivered=") + 10));
-    ASSERT_TRUE(waitFor([&] { return all.copy().size() >= delivered; })) << delivered;
+    ASSERT_TRUE(waitFor([&] { return all.size() >= delivered; })) << delivered;
     ASSERT_TRUE(service->stopLogging());
 
     const std::vector<std::string> files = logFiles(sim.root());
@@ -185,7 +155,7 @@ TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     EXPECT_GT(logged.size(), 100u);
     // From its first sample on, the log holds every packet the hub delivered,
     // in order: nothing lost between the hub and the file.
-    const std::vector<int64_t> seen = all.copy();
+    const std::vector<int64_t> seen = all.stamps();
     ASSERT_LE(logged.size(), seen.size());
     EXPECT_TRUE(std::equal(logged.begin(), logged.end(), seen.end() - static_cast<long>(logged.size())));
 }

@@ -11,16 +11,12 @@
 
 #include "service/GazeService.h"
 #include "tests/e2e/E2eSupport.h"
+#include "tests/harness/Listeners.h"
 
 namespace velto {
 namespace {
 
 typedef GazeServiceInterface G;
-
-struct CountingClient : public G::GazeListenerInterface {
-    std::atomic<int> events{0};
-    void onEyeGesture(G::EyeGesture, int64_t, int64_t) override { events.fetch_add(1); }
-};
 
 TEST(ServiceStress, ClientThreadsNeverDeadlockWhileTheHubStreams) {
     hubsim::HubSimProcess sim;
@@ -29,7 +25,7 @@ TEST(ServiceStress, ClientThreadsNeverDeadlockWhileTheHubStreams) {
     e2e::startHub(&sim, options);
     setenv("VELTOGAZE_SERIAL", "H0001", 1);
     GazeService* service = GazeService::getInstance();
-    android::sp<CountingClient> client = new CountingClient();
+    android::sp<test::GestureRecorder> client = new test::GestureRecorder();
     service->setGazeListener(client);
     ASSERT_TRUE(service->start());
 
@@ -112,10 +108,10 @@ TEST(ServiceStress, ClientThreadsNeverDeadlockWhileTheHubStreams) {
     unlink((sim.root() + "/data/system/gaze/gaze_params.txt").c_str());
     ASSERT_TRUE(service->start());
     EXPECT_TRUE(service->clearCalibrationForGesture(G::DON));
-    const int before = client->events.load();
+    const int before = static_cast<int>(client->size());
     ASSERT_TRUE(service->startGestureDetector(G::DON, false, -1));
     // The hub's detector, enabled again, reports the worn device as donned.
-    if (!e2e::waitFor([&] { return client->events.load() > before; })) {
+    if (!e2e::waitFor([&] { return static_cast<int>(client->size()) > before; })) {
         android::String8 out;
         service->dump(out);
         ADD_FAILURE() << "no don/doff event after the client threads; the service's dump:\n" << out.string();
