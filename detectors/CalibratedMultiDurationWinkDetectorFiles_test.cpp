@@ -1,6 +1,7 @@
 // The wink calibration's files: what a load refuses, and what a failed save
 // leaves behind.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <memory>
@@ -123,6 +124,20 @@ TEST(WinkCalibrationFiles, AFailedSaveKeepsBothFilesAndTheHub) {
                  }
                  EXPECT_FALSE(test::LogCapture::contains("parameter file"));
                  EXPECT_TRUE(test::LogCapture::contains("Can not open file " + winkPath() + " for write"));
+                 return saved;
+             }},
+            {"calibration file name taken by a directory",
+             [&](Detector* d) {
+                 // Its temporary file is written in full; putting it in place fails.
+                 test::LogCapture::clear();
+                 const std::string aside = gazeDir + "/aside";
+                 rename(winkPath().c_str(), aside.c_str());
+                 test::makeDirs(winkPath() + "/taken");
+                 const bool saved = d->applyAndSaveCalibration(kWinkFile);
+                 rmdir((winkPath() + "/taken").c_str());
+                 rmdir(winkPath().c_str());
+                 rename(aside.c_str(), winkPath().c_str());
+                 EXPECT_TRUE(test::LogCapture::contains("Can not write calibration data to file " + winkPath()));
                  return saved;
              }},
     };

@@ -72,8 +72,8 @@ TEST(CalibratedMultiDurationWinkDetector, ListsWithBrokenOrNonsenseLinesAreRefus
         EXPECT_EQ(1u, test::LogCapture::count("Refused ", ANDROID_LOG_ERROR));
         EXPECT_TRUE(test::LogCapture::contains(bad.refusal));
     }
-    EXPECT_TRUE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(
-            writeList("good.txt", "280 400\nshort.txt\n  350.5   600\n\n  long.txt").c_str()));
+    EXPECT_TRUE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed(  // one duration is a range too
+            writeList("good.txt", "280 280\nshort.txt\n  350.5   600\n\n  long.txt").c_str()));
     EXPECT_FALSE(CalibratedMultiDurationWinkDetector::isDetectorListWellFormed((kDir + "absent.txt").c_str()));
     EXPECT_FALSE(CalibratedMultiDurationWinkDetector(nullptr).loadDetectorFromFile((kDir + "absent.txt").c_str()));
 

@@ -108,6 +108,10 @@ TEST(DonDoffModule, CalibrationRunsThroughTheCalibratorAndTheParameterFile) {
     sensor.failParameterAccess(true);  // the hub does not take the defaults
     EXPECT_EQ(FAILED, module.clearCalibration());
     sensor.failParameterAccess(false);
+    for (int n = 1; n <= 3; ++n) {  // nor one of the three thresholds
+        sensor.failNthParameterWrite(n);
+        EXPECT_EQ(FAILED, module.clearCalibration()) << n;
+    }
     EXPECT_EQ(OK, module.clearCalibration());
     EXPECT_EQ(450, sensor.params().donThreshold);
     EXPECT_EQ(OK, module.loadCalibration());

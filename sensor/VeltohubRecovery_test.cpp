@@ -67,7 +67,7 @@ TEST_F(VeltohubRecoveryTest, AClockThatStepsBackRestartsTheListenersOnTheNewCloc
 TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
     const std::string device = test::underRoot("/dev/veltohub");
     unlink(device.c_str());
-    mkdir(device.c_str(), 0700);  // every read fails (EISDIR)
+    test::makeDirs(device);  // opens, but every read fails (EISDIR)
     ClockListener l;
     sensor.addProxDataListener(&l, 0);
     sensor.setStreaming(true);
@@ -84,18 +84,30 @@ TEST_F(VeltohubRecoveryTest, AFailingDeviceIsReadWithBackOffUntilItReadsAgain) {
 
     rmdir(device.c_str());
     test::writeFile(device, PlainFileHub::packet(7000000000, 900));
-    sensor.retryDataDevice(android::uptimeMillis() + 2000);  // late enough to reopen
+    // The descriptor that failed is kept for a second, then reopened.
+    sensor.retryDataDevice(sensor.mLastReopenMs + 999);
+    sensor.handleProxDataInterrupt();
+    EXPECT_EQ(0u, l.size());
+    sensor.retryDataDevice(sensor.mLastReopenMs + 1000);
     EXPECT_GE(sensor.mPollFds[0].fd, 0);
     EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // reopened: no retry pending
     sensor.handleProxDataInterrupt();
-    EXPECT_EQ(7000000000, l.stamps().back());
-    EXPECT_TRUE(LogCapture::contains("The data device reads again after 200 failed reads"));
+    EXPECT_EQ(std::vector<int64_t>({7000000000}), l.stamps());
+    EXPECT_TRUE(LogCapture::contains("The data device reads again after 201 failed reads"));
     EXPECT_EQ(-1, sensor.mDeviceRetryAtMs);  // no further reopen to drop what the hub queued
     sensor.removeProxDataListener(&l);
 }
 
 TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     ASSERT_TRUE(sensor.setDonThreshold(612));
+    // An idle hub is paused and not streaming before and after a reset: only
+    // its clock tells.
+    PlainFileHub::set("current_timestamp", "9000000000");
+    sensor.checkHubState(android::uptimeMillis() - 10000);
+    PlainFileHub::set("current_timestamp", "1");
+    PlainFileHub::set("don_threshold", "450");
+    sensor.checkHubState(android::uptimeMillis() - 5000);
+    EXPECT_EQ("612", PlainFileHub::get("don_threshold"));
     sensor.openPipes();
     sensor.setPauseInternal(false);
     sensor.startStreamingData();

@@ -64,6 +64,7 @@ public:
     using VeltohubProximitySensor::retryDataDevice;
     using VeltohubProximitySensor::setPauseInternal;
     using VeltohubProximitySensor::mDeviceRetryAtMs;
+    using VeltohubProximitySensor::mLastReopenMs;
     using VeltohubProximitySensor::mPollFds;
     using VeltohubProximitySensor::mExecutionPipeFd;
     using VeltohubProximitySensor::mRequestPipeFd;
