@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "tests/e2e/E2eSupport.h"
+#include "tests/harness/TestRoot.h"
 
 namespace velto {
 namespace {
@@ -24,6 +25,7 @@ const int kGenerousMs = 60000;
 // One run of gazectl with its output collected as it comes.
 class Gazectl {
 public:
+    explicit Gazectl(const std::vector<std::string>& args) { start(args); }
     ~Gazectl() {
         if (mPid > 0) {
             kill(mPid, SIGKILL);
@@ -108,20 +110,16 @@ private:
 
 int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+// The arguments of a run against the simulator `sim`.
+std::vector<std::string> at(const hubsim::HubSimProcess& sim, const std::vector<std::string>& args) {
+    std::vector<std::string> all = {"--root", sim.root(), "--serial", "G1", "--log", sim.root() + "/../gazectl.log"};
+    all.insert(all.end(), args.begin(), args.end());
+    return all;
 }
 
-std::vector<std::string> common(const hubsim::HubSimProcess& sim) {
-    return {"--root", sim.root(), "--serial", "G1", "--log", sim.root() + "/../gazectl.log"};
-}
-
-std::vector<std::string> operator+(std::vector<std::string> a, const std::vector<std::string>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+void startSim(hubsim::HubSimProcess* sim, const std::string& scenario, double speed) {
+    std::string error;
+    ASSERT_TRUE(sim->start(e2e::scenario(scenario, speed), &error)) << error;
 }
 
 // What an idle device expects after gazectl, whichever way it ended.
@@ -153,8 +151,7 @@ TEST(Gazectl, ExitStatusesAndOneLinePerProblem) {
             {{"--root", noHub, "calibrate", "DON"}, 1},
     };
     for (const Case& c : cases) {
-        Gazectl g;
-        g.start(c.args);
+        Gazectl g(c.args);
         EXPECT_EQ(c.status, g.wait()) << c.args.size() << " args: " << g.err();
         if (c.status != 0) {
             EXPECT_LE(lines(g.out() + g.err()), 3) << g.out() << g.err();
@@ -163,18 +160,15 @@ TEST(Gazectl, ExitStatusesAndOneLinePerProblem) {
             EXPECT_EQ(1, lines(g.err())) << g.err();
         }
     }
-    Gazectl typo;
-    typo.start({"--root", noHub, "wacth"});
+    Gazectl typo({"--root", noHub, "wacth"});
     EXPECT_EQ(2, typo.wait());
     EXPECT_EQ("gazectl: unknown command 'wacth' (see gazectl --help)\n", typo.err());
-    Gazectl version;
-    version.start({"--version"});
+    Gazectl version({"--version"});
     version.wait();
     EXPECT_EQ("gazectl 0.12.1\n", version.out());
 
     // A script asking for JSON gets it even without a hub.
-    Gazectl status;
-    status.start({"--root", noHub, "status", "--json"});
+    Gazectl status({"--root", noHub, "status", "--json"});
     EXPECT_EQ(1, status.wait());
     const nlohmann::json j = nlohmann::json::parse(status.out());
     EXPECT_FALSE(j["hub"]["present"].get<bool>());
@@ -183,12 +177,10 @@ TEST(Gazectl, ExitStatusesAndOneLinePerProblem) {
 
 TEST(Gazectl, StatusAndDumpAsJsonAndTheHubIsLeftIdle) {
     hubsim::HubSimProcess sim;
-    std::string error;
-    ASSERT_TRUE(sim.start(e2e::scenario("wearer baseline 1200\n", 2), &error)) << error;
+    startSim(&sim, "wearer baseline 1200\n", 2);
     std::ofstream(sim.root() + "/data/system/gaze/laser_params.txt") << "24.000000\n";
 
-    Gazectl status;
-    status.start(common(sim) + std::vector<std::string>{"status", "--json"});
+    Gazectl status(at(sim, {"status", "--json"}));
     ASSERT_EQ(0, status.wait()) << status.err();
     EXPECT_EQ("", status.err());
     const nlohmann::json s = nlohmann::json::parse(status.out());
@@ -206,8 +198,7 @@ TEST(Gazectl, StatusAndDumpAsJsonAndTheHubIsLeftIdle) {
         }
     }
 
-    Gazectl dump;
-    dump.start(common(sim) + std::vector<std::string>{"dump", "--json"});
+    Gazectl dump(at(sim, {"dump", "--json"}));
     ASSERT_EQ(0, dump.wait()) << dump.err();
     const nlohmann::json d = nlohmann::json::parse(dump.out());
     EXPECT_NE(std::string::npos, d["service"].get<std::string>().find("GazeService version 0.12.1"));
@@ -218,20 +209,17 @@ TEST(Gazectl, StatusAndDumpAsJsonAndTheHubIsLeftIdle) {
     expectHubIdle(sim);
 
     // record names the log it wrote.
-    Gazectl record;
-    record.start(common(sim) + std::vector<std::string>{"record", "--seconds", "1"});
+    Gazectl record(at(sim, {"record", "--seconds", "1"}));
     ASSERT_EQ(0, record.wait()) << record.err();
-    const std::string log = readFile(record.out().substr(0, record.out().find('\n')));
+    const std::string log = test::readFile(record.out().substr(0, record.out().find('\n')));
     EXPECT_NE(std::string::npos, log.find("</HEADER>")) << record.out();
     expectHubIdle(sim);
 }
 
 TEST(Gazectl, WatchPrintsOneJsonLinePerEventQuietly) {
     hubsim::HubSimProcess sim;
-    std::string error;
-    ASSERT_TRUE(sim.start(e2e::scenario("seed 12\nwearer baseline 1400\nwearer blink-rate 0\n", 1), &error)) << error;
-    Gazectl watch;
-    watch.start(common(sim) + std::vector<std::string>{"watch", "DOUBLE_BLINK", "--json"});
+    startSim(&sim, "seed 12\nwearer baseline 1400\nwearer blink-rate 0\n", 1);
+    Gazectl watch(at(sim, {"watch", "DOUBLE_BLINK", "--json"}));
     ASSERT_TRUE(watch.waitForErr("watching DOUBLE_BLINK")) << watch.err();
     bool seen = false;
     for (int i = 0; i < 4 && !seen; ++i) {
@@ -254,8 +242,7 @@ TEST(Gazectl, WatchPrintsOneJsonLinePerEventQuietly) {
 
 TEST(Gazectl, CtrlCInEveryCalibrationKeepsTheEarlierFiles) {
     hubsim::HubSimProcess sim;
-    std::string error;
-    ASSERT_TRUE(sim.start(e2e::scenario("wearer baseline 1100\n", 2), &error)) << error;
+    startSim(&sim, "wearer baseline 1100\n", 2);
     const std::string dir = sim.root() + "/data/system/gaze/";
     const std::map<std::string, std::string> earlier = {
             {"laser_params.txt", "31.500000\n"},
@@ -273,11 +260,10 @@ TEST(Gazectl, CtrlCInEveryCalibrationKeepsTheEarlierFiles) {
             {"WINK", "Wink deliberately"},
     };
     for (const auto& c : calibrations) {
-        Gazectl calibrate;
         // The longest interval each allows, so that only the interrupt ends it,
         // however slowly a loaded machine lets the simulator answer.
         const char* longest = std::string(c.first) == "WINK" ? "300" : "55";
-        calibrate.start(common(sim) + std::vector<std::string>{"calibrate", c.first, "--seconds", longest});
+        Gazectl calibrate(at(sim, {"calibrate", c.first, "--seconds", longest}));
         ASSERT_TRUE(calibrate.waitForErr(c.second)) << calibrate.err();
         // A gesture in the interval (the simulator refuses one that would
         // overlap the last, so it is asked again).
@@ -288,51 +274,46 @@ TEST(Gazectl, CtrlCInEveryCalibrationKeepsTheEarlierFiles) {
         calibrate.signal(SIGINT);
         EXPECT_EQ(130, calibrate.wait()) << c.first << ": " << calibrate.err();
         EXPECT_NE(std::string::npos, calibrate.err().find("not saved: interrupted")) << calibrate.err();
-        for (const auto& f : earlier) EXPECT_EQ(f.second, readFile(dir + f.first)) << c.first << " changed " << f.first;
+        for (const auto& f : earlier) EXPECT_EQ(f.second, test::readFile(dir + f.first)) << c.first << " changed " << f.first;
         expectHubIdle(sim);
     }
 }
 
 TEST(Gazectl, ACalibrationThatCannotBeRightIsNotSaved) {
     hubsim::HubSimProcess sim;
-    std::string error;
     // Worn throughout, blinking: no off-head level and no look at the display.
-    ASSERT_TRUE(sim.start(e2e::scenario("seed 4\nwearer baseline 1100\nwearer blink-rate 20\n", 2), &error)) << error;
+    startSim(&sim, "seed 4\nwearer baseline 1100\nwearer blink-rate 20\n", 2);
     const std::string dir = sim.root() + "/data/system/gaze/";
     std::ofstream(dir + "laser_params.txt") << "31.500000\n";
 
     for (const char* gesture : {"DON", "LOOK_AT_SCREEN"}) {
-        Gazectl calibrate;
-        calibrate.start(common(sim) + std::vector<std::string>{"calibrate", gesture, "--seconds", "6"});
+        Gazectl calibrate(at(sim, {"calibrate", gesture, "--seconds", "6"}));
         EXPECT_EQ(1, calibrate.wait()) << calibrate.err();
         EXPECT_NE(std::string::npos, calibrate.err().find("calibration not saved")) << calibrate.err();
-        EXPECT_EQ("31.500000\n", readFile(dir + "laser_params.txt"));
+        EXPECT_EQ("31.500000\n", test::readFile(dir + "laser_params.txt"));
         EXPECT_NE(0, access((dir + "gaze_params.txt").c_str(), F_OK)) << gesture;
     }
 
-    // Told to take it off, the wearer does: this one is saved.
-    Gazectl calibrate;
-    // Long enough that a slow reaction to the prompt still leaves the off
-    // level held for seconds.
-    calibrate.start(common(sim) + std::vector<std::string>{"calibrate", "DON", "--seconds", "16"});
+    // Told to take it off, the wearer does: this one is saved. Long enough
+    // that a slow reaction to the prompt still leaves the off level held for
+    // seconds.
+    Gazectl calibrate(at(sim, {"calibrate", "DON", "--seconds", "16"}));
     ASSERT_TRUE(calibrate.waitForErr("Take the device off")) << calibrate.err();
     EXPECT_EQ("OK", sim.command("doff").substr(0, 2));
     ASSERT_TRUE(calibrate.waitForErr("Put the device back on")) << calibrate.err();
     EXPECT_EQ("OK", sim.command("don").substr(0, 2));
     EXPECT_EQ(0, calibrate.wait()) << calibrate.err();
     EXPECT_NE(std::string::npos, calibrate.out().find("DON calibration saved")) << calibrate.out();
-    EXPECT_NE(std::string::npos, readFile(dir + "gaze_params.txt").find("DON_THRESH"));
+    EXPECT_NE(std::string::npos, test::readFile(dir + "gaze_params.txt").find("DON_THRESH"));
     expectHubIdle(sim);
 }
 
 TEST(Gazectl, WatchSaysOnceThatTheHubWentAwayAndEnds) {
     hubsim::HubSimProcess sim;
-    std::string error;
-    ASSERT_TRUE(sim.start(e2e::scenario("wearer baseline 1200\n", 1), &error)) << error;
-    Gazectl watch;
-    watch.start(common(sim) + std::vector<std::string>{"watch", "DON", "DOUBLE_BLINK"});
+    startSim(&sim, "wearer baseline 1200\n", 1);
+    Gazectl watch(at(sim, {"watch", "DON", "DOUBLE_BLINK"}));
     ASSERT_TRUE(watch.waitForErr("watching")) << watch.err();
-    ASSERT_TRUE(sim.stop(&error)) << error;
+    ASSERT_TRUE(sim.stop());
     EXPECT_EQ(1, watch.wait(20000)) << watch.err();
     const std::string err = watch.err();
     size_t said = 0;
