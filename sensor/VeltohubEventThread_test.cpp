@@ -48,39 +48,25 @@ int openDeviceFifo() {
     return open(path.c_str(), O_RDWR | O_NONBLOCK);
 }
 
+// A FIFO where the data device goes. Streaming, a thread sends a packet every
+// half millisecond; quiet, it holds only what the test sends, and can be
+// emptied the way a hub empties its FIFO when passthrough goes off and on.
 class FifoDevice {
 public:
-    FifoDevice() : mFd(openDeviceFifo()) {
+    explicit FifoDevice(bool streaming = true) : mFd(openDeviceFifo()) {
+        if (!streaming) return;
         mFeeder = std::thread([this] {
-            uint64_t t = 6000000000ULL;
-            while (!mStop.load()) {
-                std::string packet = PlainFileHub::packet(t, 500);
-                if (write(mFd, packet.data(), packet.size()) == 10) t += 31250000;
-                usleep(500);
-            }
+            for (uint64_t t = 6000000000ULL; !mStop.load(); usleep(500)) t += send(t) ? 31250000 : 0;
         });
     }
     ~FifoDevice() {
         mStop.store(true);
-        mFeeder.join();
+        if (mFeeder.joinable()) mFeeder.join();
         close(mFd);
     }
-
-private:
-    int mFd;
-    std::atomic<bool> mStop{false};
-    std::thread mFeeder;
-};
-
-// A data device that holds only what the test writes, and can be emptied the
-// way a hub empties its FIFO when passthrough goes off and on again.
-class QuietFifo {
-public:
-    QuietFifo() : mFd(openDeviceFifo()) {}
-    ~QuietFifo() { close(mFd); }
-    void send(uint64_t timestampNs) {
+    bool send(uint64_t timestampNs) {
         const std::string packet = PlainFileHub::packet(timestampNs, 500);
-        EXPECT_EQ(10, write(mFd, packet.data(), packet.size()));
+        return write(mFd, packet.data(), packet.size()) == 10;
     }
     void drain() {
         char buf[640];
@@ -90,6 +76,8 @@ public:
 
 private:
     int mFd;
+    std::atomic<bool> mStop{false};
+    std::thread mFeeder;
 };
 
 // Holds the event thread in its first callback until opened.
@@ -104,7 +92,7 @@ struct Gate : public ProximitySensorInterface::ProxDataListener {
 
 // Empties the device from inside the history replay, a command.
 struct Drainer : public ProximitySensorInterface::ProxDataListener {
-    QuietFifo* device = nullptr;
+    FifoDevice* device = nullptr;
     std::atomic<int> samples{0};
     void onProxData(const ProxData&) override {
         samples.fetch_add(1);
@@ -181,18 +169,18 @@ TEST(VeltohubEventThread, TheDefaultDelayHoldsTheFirstTurnForFifteenSeconds) {
 // empty returns. (Without, a blocking read waits for the hub's next packet.)
 TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {
     PlainFileHub hub;
-    QuietFifo device;
+    FifoDevice device(false);
     test::ScopedHubRecovery recovery(true);
     VeltohubProximitySensor sensor;
     ASSERT_TRUE(sensor.start());
     Gate gate;
     sensor.addProxDataListener(&gate, 0);
     usleep(100000);  // the thread has run the streaming commands and read their signals
-    device.send(5100000000ULL);
+    ASSERT_TRUE(device.send(5100000000ULL));
     ASSERT_TRUE(waitFor(gate.samples, 1, 5000));
     // While the thread is held, a packet arrives and a listener asks for
     // history: the next poll finds both, and the replay empties the device.
-    device.send(5131250000ULL);
+    ASSERT_TRUE(device.send(5131250000ULL));
     Drainer drainer;
     drainer.device = &device;
     sensor.addProxDataListener(&drainer, 1000);
@@ -202,7 +190,7 @@ TEST(VeltohubEventThread, ADeviceEmptiedByACommandDoesNotHoldTheThreadInARead) {
     Counter late;
     sensor.addProxDataListener(&late, 1000);
     const bool served = waitFor(late.samples, 1, 2000);
-    device.send(5162500000ULL);  // frees a thread stuck in a read, so that it can stop
+    EXPECT_TRUE(device.send(5162500000ULL));  // frees a thread stuck in a read, so that it can stop
     EXPECT_TRUE(served) << "the event thread waits in a read of an empty device";
     sensor.removeProxDataListener(&late);
     sensor.removeProxDataListener(&drainer);
