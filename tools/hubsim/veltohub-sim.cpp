@@ -11,7 +11,10 @@
 // failure case, and the root is not touched before every option is checked.
 #include <limits.h>
 #include <signal.h>
+#include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -19,6 +22,7 @@
 
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <fstream>
@@ -72,10 +76,17 @@ bool isDirectory(const std::string& path) {
 std::atomic<int> gStopSignal{0};
 std::atomic<fuse_session*> gSession{nullptr};
 
+// Written by the stop handler so that the stop watcher wakes up.
+int gStopPipe[2] = {-1, -1};
+
 void onStopSignal(int sig) {
     gStopSignal.store(sig);
     fuse_session* session = gSession.load();
     if (session != nullptr) fuse_session_exit(session);
+    if (gStopPipe[1] >= 0) {
+        const char byte = 1;
+        (void)!write(gStopPipe[1], &byte, 1);
+    }
 }
 
 // Runs `fn` on a new thread that does not take the termination signals, so
@@ -270,7 +281,28 @@ int main(int argc, char** argv) {
     std::mutex tickLock;
     std::condition_variable tickWake;
     std::thread ticker;
+    std::thread stopWatcher;
     if (ok) {
+        // libfuse's loop thread sleeps on a semaphore that only a signal or a
+        // finishing worker wakes. A stop signal taken by a worker just before
+        // it blocks in read() sets the exit flag and wakes nobody, so the
+        // watcher repeats the signal to the loop's thread until it returns.
+        if (pipe2(gStopPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
+            const pthread_t loopThread = pthread_self();
+            stopWatcher = quietThread([&stopping, loopThread] {
+                char byte;
+                while (!stopping && gStopSignal.load() == 0) {
+                    pollfd pfd{gStopPipe[0], POLLIN, 0};
+                    if (poll(&pfd, 1, -1) < 0 && errno != EINTR) return;
+                    while (read(gStopPipe[0], &byte, 1) == 1) {
+                    }
+                }
+                while (!stopping) {
+                    pthread_kill(loopThread, gStopSignal.load());
+                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                }
+            });
+        }
         ticker = quietThread([&] {
             bool quitSent = false;
             std::unique_lock<std::mutex> l(tickLock);
@@ -300,6 +332,16 @@ int main(int argc, char** argv) {
     }
 
     stopping = true;
+    if (stopWatcher.joinable()) {
+        const char byte = 0;
+        (void)!write(gStopPipe[1], &byte, 1);
+        stopWatcher.join();
+    }
+    for (int& fd : gStopPipe) {
+        const int open = fd;
+        fd = -1;
+        if (open >= 0) close(open);
+    }
     tickWake.notify_all();
     if (ticker.joinable()) ticker.join();
     control.stop();
