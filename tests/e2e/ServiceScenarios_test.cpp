@@ -125,6 +125,10 @@ TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     test::SampleRecorder all;  // registered first, so it sees every delivered packet
     VeltohubProximitySensor::getInstance()->addProxDataListener(&all);
     ASSERT_TRUE(service->startLogging());
+    // Listeners are called in the order they came, so once this one has a
+    // packet the logger has had it too.
+    test::SampleRecorder afterLogger;
+    VeltohubProximitySensor::getInstance()->addProxDataListener(&afterLogger);
     ASSERT_TRUE(streaming(sim));
     usleep(1500000);
     // Stop the hub's conversions, let the library drain the FIFO and pass
@@ -133,8 +137,13 @@ TEST(ServiceScenario, TheLogHoldsEveryDeliveredSampleInOrder) {
     ASSERT_TRUE(waitFor([&] { return sim.command("stats").find(" queued=0 ") != std::string::npos; }));
     const std::string stats = sim.command("stats");
     const size_t delivered = std::stoul(stats.substr(stats.find("delivered=") + 10));
-    ASSERT_TRUE(waitFor([&] { return all.size() >= delivered; })) << delivered;
+    ASSERT_TRUE(waitFor([&] {
+        return all.size() >= delivered && afterLogger.size() > 0 &&
+               afterLogger.stamps().back() == all.stamps().back();
+    })) << delivered;
     ASSERT_TRUE(service->stopLogging());
+    VeltohubProximitySensor::getInstance()->removeProxDataListener(&afterLogger);
+    VeltohubProximitySensor::getInstance()->removeProxDataListener(&all);
 
     const std::vector<std::string> files = logFiles(sim.root());
     ASSERT_EQ(1u, files.size());
