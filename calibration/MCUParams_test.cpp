@@ -15,21 +15,15 @@ const char kFile[] = "/data/system/gaze/params_test.txt";
 bool writeParams(const std::string& text) { return test::writeFile(test::underRoot(kFile), text); }
 
 TEST(MCUParams, WinkGainScaling) {
+    // Unscaled max and min, then the gain and the scaled max and min.
+    const int kCases[][5] = {{680, 100, 2, 680, 100}, {681, 100, 1, 340, 50}, {2723, 9, 0, 680, 2}};
     MCUParams p;
-    EXPECT_TRUE(p.computeWinkParams(680, 100));
-    EXPECT_EQ(2, p.gain);
-    EXPECT_EQ(680, p.winkMax);
-    EXPECT_EQ(100, p.winkMin);
-
-    EXPECT_TRUE(p.computeWinkParams(681, 100));
-    EXPECT_EQ(1, p.gain);
-    EXPECT_EQ(340, p.winkMax);
-    EXPECT_EQ(50, p.winkMin);
-
-    EXPECT_TRUE(p.computeWinkParams(2723, 9));
-    EXPECT_EQ(0, p.gain);
-    EXPECT_EQ(680, p.winkMax);
-    EXPECT_EQ(2, p.winkMin);
+    for (const auto& c : kCases) {
+        EXPECT_TRUE(p.computeWinkParams(c[0], c[1]));
+        EXPECT_EQ(c[2], p.gain) << c[0];
+        EXPECT_EQ(c[3], p.winkMax) << c[0];
+        EXPECT_EQ(c[4], p.winkMin) << c[0];
+    }
 
     test::ScopedLogCapture capture;
     EXPECT_FALSE(p.computeWinkParams(2724, 8));

@@ -83,14 +83,14 @@ TEST(ScenarioParserTest, MalformedLinesAreRejectedWithTheirLineNumber) {
 }
 
 TEST(ScenarioParserTest, DurationsNeedAUnit) {
+    const std::pair<const char*, int64_t> kGood[] = {{"250ms", 250000000}, {"2min", 120000000000}, {"7us", 7000}};
     int64_t ns = 0;
-    EXPECT_TRUE(ScenarioParser::parseDuration("250ms", false, &ns));
-    EXPECT_EQ(ns, 250000000);
-    EXPECT_TRUE(ScenarioParser::parseDuration("2min", false, &ns));
-    EXPECT_EQ(ns, 120000000000);
-    EXPECT_TRUE(ScenarioParser::parseDuration("7us", false, &ns));
-    EXPECT_EQ(ns, 7000);
+    for (const auto& g : kGood) {
+        EXPECT_TRUE(ScenarioParser::parseDuration(g.first, false, &ns));
+        EXPECT_EQ(ns, g.second) << g.first;
+    }
     EXPECT_TRUE(ScenarioParser::parseDuration("-2s", true, &ns));
+    EXPECT_EQ(ns, -2000000000);
     EXPECT_FALSE(ScenarioParser::parseDuration("-2s", false, &ns));
     EXPECT_FALSE(ScenarioParser::parseDuration("2", false, &ns));
     EXPECT_FALSE(ScenarioParser::parseDuration("s", false, &ns));
