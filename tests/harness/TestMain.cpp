@@ -17,6 +17,9 @@ int main(int argc, char** argv) {
         }
         setenv("VELTOGAZE_ROOT", root.c_str(), 1);
     }
+    // Line by line, so that a test killed at its time limit still shows what
+    // it had printed.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     velto::test::LogCapture::install();
     ::testing::InitGoogleTest(&argc, argv);
     int result = RUN_ALL_TESTS();
