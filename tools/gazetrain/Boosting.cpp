@@ -75,14 +75,19 @@ bool better(const Stump& a, const Stump& b) {
 
 }  // namespace
 
-std::vector<WeakClassifier::Feature> enumerateFeatures(int length) {
+std::vector<WeakClassifier::Feature> enumerateFeatures(int length, const FeatureGrid& grid) {
+    const int k = std::max(1, grid.stride);
+    const int fineFrom = k == 1 ? 0 : std::max(0, length - grid.fineSpan);
     std::vector<WeakClassifier::Feature> out;
     for (int type = 0; type < 4; ++type) {
         const int blocks = (type == 1 || type == 3) ? 3 : 2;
         for (int size = 1; blocks * size <= length; ++size) {
             for (int gap = 0; blocks * size + (blocks - 1) * gap <= length; ++gap) {
                 const int span = blocks * size + (blocks - 1) * gap;
+                const bool coarse = size % k == 0 && gap % k == 0;
                 for (int start = 0; start + span <= length; ++start) {
+                    const bool fine = start >= fineFrom;
+                    if (!fine && !(coarse && (length - start - span) % k == 0)) continue;
                     WeakClassifier::Feature f;
                     f.type = type;
                     f.start_offset = start;

@@ -13,9 +13,19 @@
 namespace velto {
 namespace gazetools {
 
-// Every block feature that fits a window of `length`: the four types, every
-// block size, every interval between blocks and every start.
-std::vector<WeakClassifier::Feature> enumerateFeatures(int length);
+// Which block features a cascade may choose from. With stride 1, every one
+// that fits the window. Long windows have far too many of those (they grow
+// with the cube of the length), so with a stride K > 1 block sizes and
+// intervals are multiples of K and the features end on a grid of K counted
+// back from the newest sample, and every feature that lies within the newest
+// `fineSpan` samples (where a detector sees the event it answers) is kept at
+// full resolution.
+struct FeatureGrid {
+    int stride = 1;
+    int fineSpan = 32;
+};
+
+std::vector<WeakClassifier::Feature> enumerateFeatures(int length, const FeatureGrid& grid = FeatureGrid());
 
 // How the cascade normalises its features (the header of the detector file).
 struct FeatureScaling {

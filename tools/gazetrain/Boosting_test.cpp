@@ -37,6 +37,38 @@ TEST(BoostingTest, EnumeratesEveryBlockFeatureThatFitsOnce) {
     EXPECT_EQ(expected, features.size());
 }
 
+TEST(BoostingTest, AStrideKeepsACoarseGridAndEveryFeatureNearTheNewestEnd) {
+    const int L = 50, K = 4;
+    FeatureGrid grid;
+    grid.stride = K;
+    grid.fineSpan = 12;
+    const auto all = enumerateFeatures(L);
+    const auto some = enumerateFeatures(L, grid);
+    std::set<std::tuple<int, int, int, int>> full, kept;
+    for (const auto& f : all) full.insert({f.type, f.start_offset, f.block_size, f.block_interval});
+    size_t fine = 0, coarseEndingAtTheNewest = 0;
+    for (const auto& f : some) {
+        EXPECT_TRUE(full.count({f.type, f.start_offset, f.block_size, f.block_interval}));
+        EXPECT_TRUE(kept.insert({f.type, f.start_offset, f.block_size, f.block_interval}).second);
+        const int blocks = (f.type == 1 || f.type == 3) ? 3 : 2;
+        const int end = f.start_offset + blocks * f.block_size + (blocks - 1) * f.block_interval;
+        if (f.start_offset >= L - grid.fineSpan) {
+            ++fine;
+        } else {
+            EXPECT_EQ(0, f.block_size % K);
+            EXPECT_EQ(0, f.block_interval % K);
+            EXPECT_EQ(0, (L - end) % K);
+            coarseEndingAtTheNewest += end == L;
+        }
+    }
+    // Everything within the fine span, as if it were a window of its own.
+    EXPECT_EQ(enumerateFeatures(grid.fineSpan).size(), fine);
+    EXPECT_GT(coarseEndingAtTheNewest, 0u);
+    EXPECT_LT(some.size(), all.size() / 4);
+    grid.stride = 1;
+    EXPECT_EQ(all.size(), enumerateFeatures(L, grid).size());
+}
+
 // Windows of a few shapes and levels, as a detector would hold them.
 std::vector<std::unique_ptr<SeqSample>> someWindows(int L, int count) {
     std::vector<std::unique_ptr<SeqSample>> out;

@@ -37,7 +37,7 @@ uint64_t mixHash(uint64_t a, uint64_t b) {
 
 CascadeTrainer::CascadeTrainer(const std::vector<TrainingStream>& streams, int windowLength,
                                const CascadeParams& params)
-    : mStreams(streams), mWindowLength(windowLength), mParams(params), mFeatures(enumerateFeatures(windowLength)) {
+    : mStreams(streams), mWindowLength(windowLength), mParams(params), mFeatures(enumerateFeatures(windowLength, params.features)) {
     mCascade.setSampleLength(windowLength);
     mCascade.setFeatureFalloffThreshold(params.scaling.falloff);
     mCascade.setMagnitudeNormalized(params.scaling.normalize);

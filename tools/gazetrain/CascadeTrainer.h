@@ -17,6 +17,7 @@ namespace gazetools {
 
 struct CascadeParams {
     FeatureScaling scaling;
+    FeatureGrid features;
     LayerParams layer;
     int maxLayers = 12;
     size_t maxPositives = 6000;       // a random share of the positive windows when there are more

@@ -38,7 +38,7 @@ double medianBetween(const GridStream& g, double from, double to) {
 
 // See TrainingStream::gate.
 Interval<float> calibratedGate(const CorpusRecording& rec, const GridStream& g, Target target) {
-    if (target == Target::LookUp) {
+    if (isLookTarget(target)) {
         const std::vector<Span> spans = rec.spansOf(LabelKind::CalibrateLookAtScreen);
         float threshold = 0.0f;
         if (spans.empty() || !calibrateLookAtScreen(rec, spans.front(), "", &threshold)) return {1.0f, 0.0f};
@@ -85,7 +85,8 @@ void findTargetEvents(const CorpusRecording& rec, const GridStream& grid, const 
                     ignored->push_back({s, e + 1000.0});
                 }
                 break;
-            case Target::LookUp: {
+            case Target::LookUp:
+            case Target::LookDown: {
                 if (l.kind != LabelKind::LookAtScreen) break;
                 // The movement back takes as long as the movement there.
                 double back = -1.0, backEnd = -1.0;
@@ -106,13 +107,9 @@ void findTargetEvents(const CorpusRecording& rec, const GridStream& grid, const 
                 if (std::isnan(after)) after = medianBetween(grid, s + transition, back);
                 if (std::isnan(before) || std::isnan(after)) {
                     ignored->push_back({s, backEnd + 1000.0});
-                } else if (after > before) {
+                } else if ((after > before) == (setup.target == Target::LookUp)) {
                     events->push_back({s, s + transition, back});
-                } else {
-                    // The return from a look that lowers the reading is the
-                    // same step up as the start of one that raises it, but a
-                    // detection there comes after the look: neither wanted
-                    // nor unwanted.
+                } else if (!setup.returnsAsNegatives) {
                     ignored->push_back({back, backEnd + setup.bandToMs + setup.ignoreAfterMs});
                 }
                 break;
@@ -158,6 +155,13 @@ TrainingStream prepareStream(const CorpusRecording& rec, const TargetSetup& setu
             }
         }
     }
+    if (isLookTarget(setup.target) && setup.skipLookCalibration) {
+        const double windowMs = 1000.0 * setup.windowLength / setup.fps;
+        for (const Span& c : rec.spansOf(LabelKind::CalibrateLookAtScreen)) {
+            const auto r = indexRange(g, ms(c.startNs), ms(c.endNs) + windowMs);
+            for (size_t i = r.first; i < r.second; ++i) ts.roles[i] = WindowRole::Unused;
+        }
+    }
     for (WindowRole r : ts.roles) {
         ts.positives += r == WindowRole::Positive;
         ts.negatives += r == WindowRole::Negative;
@@ -180,7 +184,7 @@ TrainingStream prepareNegativeStream(const CorpusRecording& rec, const TargetSet
             ++ts.negatives;
         }
     }
-    if (setup.target == Target::LookUp) ts.gate = {kLeastLookThreshold, kMaxLookMagnitude};
+    if (isLookTarget(setup.target)) ts.gate = {kLeastLookThreshold, kMaxLookMagnitude};
     return ts;
 }
 

@@ -18,9 +18,10 @@ namespace gazetools {
 enum class Target {
     DoubleBlink,  // the end of a DOUBLE_BLINK label
     Wink,         // the end of a WINK label whose duration lies in the range
-    LookUp,       // the start of a look that raises the reading (the return
-                  // from a look that lowers it, the same step, is left out)
+    LookUp,       // the start of a look that raises the reading
+    LookDown,     // the start of a look that lowers it
 };
+inline bool isLookTarget(Target t) { return t == Target::LookUp || t == Target::LookDown; }
 
 struct TargetSetup {
     Target target = Target::DoubleBlink;
@@ -41,6 +42,18 @@ struct TargetSetup {
     // are not used at all: they show the event too.
     double ignoreBeforeMs = 200.0;
     double ignoreAfterMs = 300.0;
+    // Looks: the return from a look in the other direction is the same step
+    // as the start of one in the target's, and a detection there comes after
+    // the look. Only a window long enough to hold the level before the step
+    // can tell them apart: with returnsAsNegatives those windows are
+    // negatives, else they are left out.
+    bool returnsAsNegatives = false;
+    // Looks: windows that end inside a look-at-screen calibration or reach
+    // back into one are left out. The module is off while it calibrates and
+    // its detector starts afresh afterwards, so it never sees them; in a long
+    // window the calibration's looks, closer together than looks in use, would
+    // otherwise teach that a start follows a return.
+    bool skipLookCalibration = false;
 };
 
 // One event that positives are taken from, in ms of the recording.
@@ -61,7 +74,7 @@ enum class WindowRole : uint8_t { Unused, Positive, Negative };
 // window that ends at each grid value, and the magnitudes a detection can
 // have in this recording once the wearer's calibration is applied (windows
 // outside them never lead to a detection, so they are no examples):
-// - LookUp: [threshold, 500], the look-at-screen module's range, with the
+// - looks: [threshold, 500], the look-at-screen module's range, with the
 //   threshold from the library's LookAtScreenCalibrator over the recording's
 //   look-at-screen calibration span (an empty range without one);
 // - Wink: 0.6 to 2 times (plus 50) the centre of the magnitudes of the
@@ -84,7 +97,7 @@ TrainingStream prepareStream(const CorpusRecording& rec, const TargetSetup& setu
 
 // The same for a recording that holds no gesture whatever its labels say:
 // every full window is a negative. Such recordings carry no look-at-screen
-// calibration, so LookUp windows are gated at the lowest threshold a look
+// calibration, so look windows are gated at the lowest threshold a look
 // calibration gives (kLeastLookThreshold), the most permissive a wearer can
 // end up with.
 TrainingStream prepareNegativeStream(const CorpusRecording& rec, const TargetSetup& setup);

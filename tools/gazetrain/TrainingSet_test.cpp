@@ -132,7 +132,7 @@ TEST(TrainingSetTest, ANegativesOnlyRecordingGivesEveryFullWindowAsANegative) {
     EXPECT_EQ(500.0f, look.gate.max);
 }
 
-TEST(TrainingSetTest, OnlyLooksThatRaiseTheLevelAreLearned) {
+TEST(TrainingSetTest, EachLookTargetLearnsItsDirectionAndRejectsTheOthersReturn) {
     // One look lowers the level from 20 s to 23 s, another raises it from
     // 40 s to 44 s; each takes 150 ms to move.
     auto level = [](double ms) {
@@ -145,21 +145,65 @@ TEST(TrainingSetTest, OnlyLooksThatRaiseTheLevelAreLearned) {
                                                {23000 * kMs, 23150 * kMs, LabelKind::LookAwayFromScreen},
                                                {40000 * kMs, 44000 * kMs, LabelKind::LookAtScreen},
                                                {44000 * kMs, 44150 * kMs, LabelKind::LookAwayFromScreen}});
-    TargetSetup setup;
-    setup.target = Target::LookUp;
     const GridStream grid = resampleLikeDetector(rec.samples, 32.0f);
-    std::vector<TargetEvent> events;
-    std::vector<std::pair<double, double>> ignored;
-    findTargetEvents(rec, grid, setup, &events, &ignored);
-    ASSERT_EQ(1u, events.size());
-    EXPECT_DOUBLE_EQ(5000 + 40000, events[0].startMs);  // the start of the raising look
-    EXPECT_DOUBLE_EQ(5000 + 40150, events[0].endMs);
-    EXPECT_DOUBLE_EQ(5000 + 44000, events[0].limitMs);  // positives end before it looks back
-    // The return from the lowering look rises the same way; it is left out
-    // of the negatives instead of being learned as a look.
-    ASSERT_EQ(1u, ignored.size());
-    EXPECT_DOUBLE_EQ(5000 + 23000, ignored[0].first);
-    EXPECT_GE(ignored[0].second, 5000 + 23150 + setup.bandToMs);
+    for (Target target : {Target::LookUp, Target::LookDown}) {
+        SCOPED_TRACE(target == Target::LookUp ? "up" : "down");
+        TargetSetup setup;
+        setup.target = target;
+        setup.windowLength = 128;
+        std::vector<TargetEvent> events;
+        std::vector<std::pair<double, double>> ignored;
+        findTargetEvents(rec, grid, setup, &events, &ignored);
+        ASSERT_EQ(1u, events.size());
+        const double start = target == Target::LookUp ? 40000 : 20000;
+        const double back = target == Target::LookUp ? 44000 : 23000;
+        EXPECT_DOUBLE_EQ(5000 + start, events[0].startMs);
+        EXPECT_DOUBLE_EQ(5000 + start + 150, events[0].endMs);
+        EXPECT_DOUBLE_EQ(5000 + back, events[0].limitMs);  // positives end before it looks back
+        // By default the other look's return is left out; a long window
+        // learns it as a negative.
+        const double otherBack = 5000 + (target == Target::LookUp ? 23000 : 44000);
+        ASSERT_EQ(1u, ignored.size());
+        EXPECT_DOUBLE_EQ(otherBack, ignored[0].first);
+        events.clear();
+        ignored.clear();
+        setup.returnsAsNegatives = true;
+        findTargetEvents(rec, grid, setup, &events, &ignored);
+        EXPECT_EQ(1u, events.size());
+        EXPECT_TRUE(ignored.empty());
+
+        // ... right where a detector would answer it.
+        const TrainingStream ts = prepareStream(rec, setup);
+        int positives = 0, negatives = 0;
+        for (size_t i = 0; i < ts.grid.size(); ++i) {
+            const double t = ts.grid.timesMs[i];
+            if (t >= 5000 + start && t < 5000 + back) positives += ts.roles[i] == WindowRole::Positive;
+            if (t >= otherBack + 550 && t <= otherBack + 800) negatives += ts.roles[i] == WindowRole::Negative;
+            if (t < 5000 + start || t > 5000 + back) {
+                EXPECT_NE(WindowRole::Positive, ts.roles[i]);
+            }
+        }
+        EXPECT_GT(positives, 3);
+        EXPECT_GE(negatives, 7);
+    }
+
+    // Inside a look calibration and one window after it, nothing is an
+    // example: the module's detector is off there and starts afresh.
+    CorpusRecording calibrated = rec;
+    calibrated.labels.insert(calibrated.labels.begin(), {24000 * kMs, 30000 * kMs, LabelKind::CalibrateLookAtScreen});
+    TargetSetup setup;
+    setup.target = Target::LookDown;
+    setup.windowLength = 64;
+    setup.skipLookCalibration = true;
+    const TrainingStream ts = prepareStream(calibrated, setup);
+    int used = 0, usedAfter = 0;
+    for (size_t i = 0; i < ts.grid.size(); ++i) {
+        const double t = ts.grid.timesMs[i];
+        if (t >= 24000 && t <= 32000) used += ts.roles[i] != WindowRole::Unused;
+        if (t > 32100) usedAfter += ts.roles[i] != WindowRole::Unused;
+    }
+    EXPECT_EQ(0, used);
+    EXPECT_GT(usedAfter, 0);
 }
 
 }  // namespace

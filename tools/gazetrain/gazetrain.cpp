@@ -1,7 +1,7 @@
 // gazetrain: trains boosted-cascade detector files from labelled corpora and
 // writes the list files that group them.
 //
-//   gazetrain cascade --corpus DIR... --target double-blink|wink|look-up --window N --out FILE [options]
+//   gazetrain cascade --corpus DIR... --target double-blink|wink|look-up|look-down --window N --out FILE [options]
 //   gazetrain trim --in FILE --out FILE --layers N
 //   gazetrain set --out LIST FILE...
 //   gazetrain wink-list --out LIST --corpus DIR... --detector FILE:MIN_MS:MAX_MS...
@@ -120,9 +120,9 @@ int main(int argc, char** argv) {
                            "Share of each layer's negatives drawn from the --negatives-corpus recordings "
                            "(default: drawn with the rest)")
             ->check(CLI::Range(0.0, 1.0));
-    cascadeCmd->add_option("--target", targetName, "double-blink, wink or look-up")
+    cascadeCmd->add_option("--target", targetName, "double-blink, wink, look-up or look-down")
             ->required()
-            ->check(CLI::IsMember({"double-blink", "wink", "look-up"}));
+            ->check(CLI::IsMember({"double-blink", "wink", "look-up", "look-down"}));
     cascadeCmd->add_option("--window", setup.windowLength, "Window length in samples at 32 Hz")
             ->required()
             ->check(CLI::Range(4, 256));
@@ -149,6 +149,19 @@ int main(int argc, char** argv) {
     cascadeCmd->add_option("--negatives", params.negativesPerLayer, "Negative windows per layer")
             ->capture_default_str();
     cascadeCmd->add_option("--min-negatives", params.minNegatives, "Stop when fewer negatives are left")
+            ->capture_default_str();
+    cascadeCmd->add_flag("--returns-as-negatives", setup.returnsAsNegatives,
+                         "Looks: the return from a look the other way is a negative, not left out (long windows)");
+    cascadeCmd->add_flag("--skip-look-calibration", setup.skipLookCalibration,
+                         "Looks: no example from windows that reach into a look-at-screen calibration");
+    cascadeCmd->add_option("--feature-stride", params.features.stride,
+                           "Block sizes, intervals and ends of features on a grid of this many samples, "
+                           "except near the newest end (for long windows)")
+            ->check(CLI::Range(1, 64))
+            ->capture_default_str();
+    cascadeCmd->add_option("--fine-span", params.features.fineSpan,
+                           "Newest samples whose features keep full resolution with --feature-stride")
+            ->check(CLI::Range(0, 256))
             ->capture_default_str();
     cascadeCmd->add_option("--falloff", params.scaling.falloff, "Feature falloff magnitude")->capture_default_str();
     cascadeCmd->add_option("--seed", params.seed, "Seed of the example draws")->capture_default_str();
@@ -218,7 +231,8 @@ int main(int argc, char** argv) {
     if (*cascadeCmd) {
         setup.target = targetName == "double-blink" ? Target::DoubleBlink
                       : targetName == "wink"       ? Target::Wink
-                                                   : Target::LookUp;
+                      : targetName == "look-up"    ? Target::LookUp
+                                                   : Target::LookDown;
         const auto start = std::chrono::steady_clock::now();
         std::vector<CorpusRecording> corpus, negativesOnly;
         if (!loadCorpora(corpora, &corpus, &error)) return fail(error);
@@ -245,6 +259,12 @@ int main(int argc, char** argv) {
             char buf[64];
             snprintf(buf, sizeof(buf), ", winks of %.0f..%.0f ms", setup.minDurationMs, setup.maxDurationMs);
             durations = buf;
+        }
+        if (params.features.stride > 1) {
+            char buf[96];
+            snprintf(buf, sizeof(buf), ", features on a grid of %d samples but in the newest %d",
+                     params.features.stride, params.features.fineSpan);
+            durations += buf;
         }
         fprintf(f, "# %s detector trained by gazetrain: window %d%s, positives from %.0f to %.0f ms after the event, "
                    "%d layers, seed %llu\n",
