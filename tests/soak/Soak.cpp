@@ -24,12 +24,12 @@
 
 #include <chrono>
 #include <fstream>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "sensor/VeltohubProximitySensor.h"
 #include "service/GazeService.h"
+#include "tests/harness/Listeners.h"
 #include "tests/harness/LogCapture.h"
 #include "tools/hubsim/testing/HubSimProcess.h"
 
@@ -37,19 +37,6 @@ namespace velto {
 namespace {
 
 typedef GazeServiceInterface G;
-
-struct Client : public G::GazeListenerInterface {
-    std::mutex lock;
-    int counts[G::NUM_EYE_GESTURES] = {};
-    void onEyeGesture(G::EyeGesture g, int64_t, int64_t) override {
-        std::lock_guard<std::mutex> l(lock);
-        if (g >= 0 && g < G::NUM_EYE_GESTURES) ++counts[g];
-    }
-    int count(G::EyeGesture g) {
-        std::lock_guard<std::mutex> l(lock);
-        return counts[g];
-    }
-};
 
 class Soak {
 public:
@@ -93,7 +80,7 @@ private:
     double mSpeed;
     hubsim::HubSimProcess mSim;
     GazeService* mService = nullptr;
-    android::sp<Client> mClient = new Client();
+    android::sp<test::GestureRecorder> mClient = new test::GestureRecorder();
     int mExpected[G::NUM_EYE_GESTURES] = {};
 };
 
