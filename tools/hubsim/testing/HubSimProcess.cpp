@@ -23,8 +23,10 @@ namespace hubsim {
 
 namespace {
 
+// Goes on past an entry that cannot go, so that the rest still goes.
 int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
-    return remove(path);
+    remove(path);
+    return 0;
 }
 
 bool writeText(const std::string& path, const std::string& text) {
@@ -51,8 +53,11 @@ std::string HubSimProcess::binary() {
 
 HubSimProcess::~HubSimProcess() {
     stop();
+    // On a loaded machine the unmount can take seconds after the simulator
+    // ended; the tree below a live mount point cannot be removed.
+    for (int i = 0; i < 6000 && mounted(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     if (!mDir.empty() && getenv("VELTO_KEEP_ROOT") == nullptr) {
-        nftw(mDir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+        nftw(mDir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
     }
 }
 
