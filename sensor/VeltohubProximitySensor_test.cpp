@@ -176,7 +176,8 @@ TEST_F(VeltohubSensorTest, UserPauseOverridesTheListenerCount) {
     sensor.setPause(true);
     EXPECT_EQ(TRI_STATE_TRUE, sensor.isPaused());
     EXPECT_EQ("PauseCommand(true);", sensor.queuedCommands());
-    sensor.dropQueuedCommands();
+    EXPECT_EQ(1, sensor.processAllCommands());
+    EXPECT_EQ("1", PlainFileHub::get("pause"));
     sensor.addProxDataListener(&r, 0);  // paused by the user: no pause update
     EXPECT_EQ("StreamingControlCommand(true);", sensor.queuedCommands());
     sensor.dropQueuedCommands();
@@ -186,7 +187,7 @@ TEST_F(VeltohubSensorTest, UserPauseOverridesTheListenerCount) {
     EXPECT_EQ(1, sensor.processAllCommands());
     EXPECT_EQ(0, sensor.processAllCommands());
     EXPECT_EQ("0", PlainFileHub::get("pause"));
-    EXPECT_FALSE(LogCapture::contains("Error setting pause state"));  // read back as written
+    EXPECT_FALSE(LogCapture::contains("Error setting pause state"));  // both read back as written
 
     // The hub not taking the pause is reported.
     ::chmod(PlainFileHub::attr("pause").c_str(), 0);
@@ -350,11 +351,14 @@ TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {
     PlainFileHub::writeImage("S10584800009ED");
     EXPECT_TRUE(sensor.checkFirmware(false));
     EXPECT_TRUE(LogCapture::contains("Updating Veltohub firmware from 0.8 to 0.9"));
+    PlainFileHub::writeImage("S10584800400F2");  // and a minor version of 0
+    EXPECT_TRUE(sensor.checkFirmware(false));
+    EXPECT_TRUE(LogCapture::contains("Updating Veltohub firmware from 0.8 to 4.0"));
     PlainFileHub::writeImage("S10584800307EF");
 
     PlainFileHub::set("version", "128.1");  // experimental from 128 on: never without force
     EXPECT_TRUE(sensor.checkFirmware(false));
-    EXPECT_EQ(3u, flashed());
+    EXPECT_EQ(4u, flashed());
     EXPECT_TRUE(LogCapture::contains("WARNING: Veltohub firmware is experimental version 128.1", ANDROID_LOG_WARN));
 
     // A newer bootloader verifies the checksum; a mismatch flashes, and a
@@ -364,7 +368,7 @@ TEST_F(VeltohubSensorTest, FirmwareDecisionTable) {
     PlainFileHub::set("flash_status", "17");
     EXPECT_FALSE(sensor.checkFirmware(false));
     EXPECT_TRUE(LogCapture::contains("Error (17) during veltohub flash/checksum operation"));
-    EXPECT_EQ(4u, flashed());
+    EXPECT_EQ(5u, flashed());
     PlainFileHub::set("flash_status", "0");
     unlink(PlainFileHub::attr("update_fw_data").c_str());
     test::makeDirs(PlainFileHub::attr("update_fw_data"));  // the hub takes no image
