@@ -57,6 +57,9 @@ TEST(WinkCalibration, ReportsOneAveragedWinkAfterTheDetectionsSettle) {
     EXPECT_EQ(30, d.getNumCalibrationSamples());
     ASSERT_TRUE(d.endCalibrationInterval());
     EXPECT_FALSE(d.endCalibrationInterval());
+    ASSERT_TRUE(d.startCalibrationInterval());  // a new interval counts afresh
+    EXPECT_EQ(0, d.getNumCalibrationWinksFromDetector(0));
+    EXPECT_EQ(0, d.getNumCalibrationWinksFromDetector(1));
 }
 
 TEST(WinkCalibration, OutliersAreRemovedAndTwoConsistentWinksCalibrate) {

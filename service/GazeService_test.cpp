@@ -241,6 +241,8 @@ TEST(GazeService, CalibrationStartsOnFreshSamplesAndNamesTheStepThatFailed) {
     EXPECT_TRUE(service->applyAndSaveCalibrationForGesture(G::DON));
     EXPECT_FALSE(test::LogCapture::contains("Could not"));
     EXPECT_EQ(1007, sensor.params().donThreshold);
+    EXPECT_TRUE(service->clearCalibrationForGesture(G::DON));
+    EXPECT_EQ(450, sensor.params().donThreshold);
 }
 
 }  // namespace
