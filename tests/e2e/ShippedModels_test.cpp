@@ -95,5 +95,42 @@ TEST(ShippedModels, DeliberateGesturesAreFoundAmongSpontaneousBlinks) {
     service->stop();
 }
 
+// A face and fit whose reading falls when the eye turns to the display: each
+// look is reported while the wearer still looks, not after looking back.
+TEST(ShippedModels, ALookThatLowersTheReadingIsReportedDuringTheLook) {
+    const int looks[] = {30, 44, 58};
+    std::string text =
+            "seed 22\nwearer baseline 1300\nwearer blink-rate 15\nwearer noise 6\nwearer blink-amp 110\n"
+            "wearer look-shift -140\nwearer sample-loss-per-hour 0\nat 11s look 3s\n";
+    for (int t : looks) text += "at " + std::to_string(t) + "s look 3s\n";
+    hubsim::HubSimProcess sim;
+    hubsim::HubSimProcess::Options options = e2e::scenario(text, 4);
+    options.extraArgs.push_back("--paced");
+    e2e::startHub(&sim, options);
+    setenv("VELTOGAZE_SERIAL", "G2", 1);
+    GazeService* service = GazeService::getInstance();
+    android::sp<Counter> client = new Counter();
+    service->setGazeListener(client);
+    ASSERT_TRUE(service->start());
+    ASSERT_LT(hubNow(sim), 10000000000LL) << "the service took 10 s of hub time to start";
+    hubWaitUntil(sim, 10.0);
+    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+    hubWaitUntil(sim, 16.0);
+    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_TRUE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));
+    for (int t : looks) {
+        hubWaitUntil(sim, t);
+        const int before = client->count(G::LOOK_AT_SCREEN);
+        hubWaitUntil(sim, t + 2.5);  // the look lasts 3 s
+        EXPECT_GT(client->count(G::LOOK_AT_SCREEN), before) << "nothing during the look at " << t << " s";
+    }
+    // Answering the returns too would make six.
+    hubWaitUntil(sim, looks[2] + 8.0);
+    EXPECT_LE(client->count(G::LOOK_AT_SCREEN), 5);
+    service->stop();
+}
+
 }  // namespace
 }  // namespace velto
