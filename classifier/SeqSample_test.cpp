@@ -39,6 +39,7 @@ TEST(SeqSample, IntegralSumsStayExactAfterTheWindowSlides) {
 }
 
 TEST(SeqSample, SobelIsNewestMinusTwoOlderAndSlidesWithTheWindow) {
+    test::ScopedLogCapture capture;
     SeqSample sample(5);
     for (float v : {1.0f, 4.0f, 9.0f}) sample.addNewValue(v);
     // 0, 0, then 9 - 1.
@@ -59,6 +60,7 @@ TEST(SeqSample, SobelIsNewestMinusTwoOlderAndSlidesWithTheWindow) {
     EXPECT_EQ(0.0f, one.integralValueAt(2));
     EXPECT_EQ(0.0f, one.integralSobelValueAt(1));
     EXPECT_EQ(0.0f, one.magnitude());
+    EXPECT_EQ(0u, test::LogCapture::count("", ANDROID_LOG_ERROR));  // the sums stayed consistent
 }
 
 TEST(SeqSample, MagnitudeBoundsEmptinessAndDebugText) {

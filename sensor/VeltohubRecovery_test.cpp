@@ -150,6 +150,18 @@ TEST_F(VeltohubRecoveryTest, TheHubCheckPutsBackWhatAResetOrAFailedWriteLost) {
     EXPECT_EQ("1", PlainFileHub::get("wink_flag_enable"));
     sensor.removeDonDoffListener(&listener);
     sensor.removeLowPowerWinkListener(&listener);
+
+    // Streaming the hub refused to start resumes once the hub streams.
+    const std::string passthru = PlainFileHub::attr("passthru_enable");
+    unlink(passthru.c_str());
+    test::makeDirs(passthru);
+    sensor.stopStreamingData();
+    sensor.startStreamingData();
+    EXPECT_FALSE(sensor.isStreamingData());
+    rmdir(passthru.c_str());
+    PlainFileHub::set("passthru_enable", "1");
+    sensor.checkHubState(android::uptimeMillis() + 40000);
+    EXPECT_TRUE(sensor.isStreamingData());
 }
 
 TEST_F(VeltohubRecoveryTest, StartFailsCleanlyWhenTheControlPipeIsNotAFifo) {
