@@ -217,6 +217,15 @@ TEST_F(VeltohubSensorTest, AttributeAccess) {
     ASSERT_TRUE(sensor.setMCUParams(params));
     EXPECT_EQ("1007", PlainFileHub::get("don_threshold"));
     EXPECT_EQ("340", PlainFileHub::get("wink_max"));
+    // Any attribute the hub does not take fails the whole write.
+    for (const char* node : {"don_threshold", "doff_threshold", "don_max_threshold", "detector_gain", "wink_max"}) {
+        const std::string before = PlainFileHub::get(node);
+        unlink(PlainFileHub::attr(node).c_str());
+        test::makeDirs(PlainFileHub::attr(node));
+        EXPECT_FALSE(sensor.setMCUParams(params)) << node;
+        rmdir(PlainFileHub::attr(node).c_str());
+        PlainFileHub::set(node, before);
+    }
     MCUParams back;
     back.gain = 0;
     ASSERT_TRUE(sensor.getMCUParams(&back));
