@@ -83,6 +83,8 @@ TEST(MCUParams, LoadAppliesDefaultsTruncationAndTheOldVersionUpgrade) {
     EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
     ASSERT_TRUE(writeParams("VERSION = 2.0\nGAIN = 0\nWINK_MAX = 10\n"));  // no factor to undo
     EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
+    ASSERT_TRUE(writeParams("VERSION = 2.0\nGAIN = 2\nWINK_MAX = 50\n"));  // 3200 unscaled: too strong
+    EXPECT_FALSE(p.loadFromFile(android::String8(kFile)));
 }
 
 TEST(MCUParams, BadFilesAreRefusedWithOneReason) {
@@ -144,10 +146,15 @@ TEST(MCUParams, CheckedLoadRefusesNonsenseAndKeepsTheRecord) {
     };
     MCUParams good;
     good.donThreshold = 1007;
+    good.gain = 0;  // the lowest gain is a gain
     ASSERT_TRUE(good.saveToFile(android::String8(kFile)));
     MCUParams p;
     ASSERT_TRUE(p.loadCheckedFromFile(android::String8(kFile)));
     EXPECT_EQ(1007, p.donThreshold);
+    EXPECT_EQ(0, p.gain);
+    good.gain = 2;
+    ASSERT_TRUE(good.saveToFile(android::String8(kFile)));
+    ASSERT_TRUE(p.loadCheckedFromFile(android::String8(kFile)));
     for (const auto& bad : kBadFiles) {
         SCOPED_TRACE(bad.text);
         ASSERT_TRUE(writeParams(bad.text));
