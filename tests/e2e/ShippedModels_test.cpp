@@ -41,7 +41,36 @@ void hubWaitUntil(hubsim::HubSimProcess& sim, double seconds) {
     ASSERT_TRUE(waitFor([&] { return hubNow(sim) >= until; }, 600000)) << "the hub clock stopped";
 }
 
-TEST(ShippedModels, DeliberateGesturesAreFoundAmongSpontaneousBlinks) {
+// A paced hub playing `text` (a wearer and the gestures at fixed hub times)
+// and the service started on it, ready for its first calibration at 10 s.
+class ShippedModels : public ::testing::Test {
+protected:
+    void start(const std::string& text, const char* serial) {
+        hubsim::HubSimProcess::Options options = e2e::scenario(text, 4);
+        options.extraArgs.push_back("--paced");
+        e2e::startHub(&sim, options);
+        setenv("VELTOGAZE_SERIAL", serial, 1);
+        service = GazeService::getInstance();
+        service->setGazeListener(client);
+        ASSERT_TRUE(service->start());
+        ASSERT_LT(hubNow(sim), 10000000000LL) << "the service took 10 s of hub time to start";
+        hubWaitUntil(sim, 10.0);
+    }
+    // A look calibration over the hub's seconds `from` to `to`.
+    void calibrateLook(double from, double to) {
+        hubWaitUntil(sim, from);
+        ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+        hubWaitUntil(sim, to);
+        ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
+        ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
+        ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
+    }
+    hubsim::HubSimProcess sim;
+    GazeService* service = nullptr;
+    android::sp<Counter> client = new Counter();
+};
+
+TEST_F(ShippedModels, DeliberateGesturesAreFoundAmongSpontaneousBlinks) {
     // Every gesture is the scenario's, at a fixed hub time, so the wearer's
     // signal is the same on every run; the test only calls the service in
     // the pauses between them.
@@ -57,29 +86,15 @@ TEST(ShippedModels, DeliberateGesturesAreFoundAmongSpontaneousBlinks) {
         text += "at " + std::to_string(t) + "s double-blink\nat " + std::to_string(t + 4) + "s wink 500ms\nat " +
                 std::to_string(t + 8) + "s look 3s\n";
     }
-    hubsim::HubSimProcess sim;
-    hubsim::HubSimProcess::Options options = e2e::scenario(text, 4);
-    options.extraArgs.push_back("--paced");
-    e2e::startHub(&sim, options);
-    setenv("VELTOGAZE_SERIAL", "G1", 1);
-    GazeService* service = GazeService::getInstance();
-    android::sp<Counter> client = new Counter();
-    service->setGazeListener(client);
-    ASSERT_TRUE(service->start());
+    ASSERT_NO_FATAL_FAILURE(start(text, "G1"));
 
     // Calibrations, as a first-time wearer does them.
-    ASSERT_LT(hubNow(sim), 10000000000LL) << "the service took 10 s of hub time to start";
-    hubWaitUntil(sim, 10.0);
     ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::WINK));
     hubWaitUntil(sim, 19.0);
     ASSERT_TRUE(service->isCalibrationCompleteForGesture(G::WINK)) << test::LogCapture::dump();
     ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::WINK));
     ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::WINK));
-    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    hubWaitUntil(sim, 26.0);
-    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_NO_FATAL_FAILURE(calibrateLook(19.0, 26.0));
 
     for (G::EyeGesture g : {G::WINK, G::DOUBLE_BLINK, G::LOOK_AT_SCREEN}) {
         ASSERT_TRUE(service->startGestureDetector(g, false, -1)) << G::EyeGesture(g);
@@ -97,28 +112,14 @@ TEST(ShippedModels, DeliberateGesturesAreFoundAmongSpontaneousBlinks) {
 
 // A face and fit whose reading falls when the eye turns to the display: each
 // look is reported while the wearer still looks, not after looking back.
-TEST(ShippedModels, ALookThatLowersTheReadingIsReportedDuringTheLook) {
+TEST_F(ShippedModels, ALookThatLowersTheReadingIsReportedDuringTheLook) {
     const int looks[] = {30, 44, 58};
     std::string text =
             "seed 22\nwearer baseline 1300\nwearer blink-rate 15\nwearer noise 6\nwearer blink-amp 110\n"
             "wearer look-shift -140\nwearer sample-loss-per-hour 0\nat 11s look 3s\n";
     for (int t : looks) text += "at " + std::to_string(t) + "s look 3s\n";
-    hubsim::HubSimProcess sim;
-    hubsim::HubSimProcess::Options options = e2e::scenario(text, 4);
-    options.extraArgs.push_back("--paced");
-    e2e::startHub(&sim, options);
-    setenv("VELTOGAZE_SERIAL", "G2", 1);
-    GazeService* service = GazeService::getInstance();
-    android::sp<Counter> client = new Counter();
-    service->setGazeListener(client);
-    ASSERT_TRUE(service->start());
-    ASSERT_LT(hubNow(sim), 10000000000LL) << "the service took 10 s of hub time to start";
-    hubWaitUntil(sim, 10.0);
-    ASSERT_TRUE(service->startCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    hubWaitUntil(sim, 16.0);
-    ASSERT_TRUE(service->endCalibrationIntervalForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(service->applyAndSaveCalibrationForGesture(G::LOOK_AT_SCREEN));
-    ASSERT_TRUE(service->loadCalibrationForGesture(G::LOOK_AT_SCREEN));
+    ASSERT_NO_FATAL_FAILURE(start(text, "G2"));
+    ASSERT_NO_FATAL_FAILURE(calibrateLook(10.0, 16.0));
     ASSERT_TRUE(service->startGestureDetector(G::LOOK_AT_SCREEN, false, -1));
     for (int t : looks) {
         hubWaitUntil(sim, t);
